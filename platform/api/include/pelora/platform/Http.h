@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "pelora/platform/Error.h"
+
+namespace pelora::platform {
+
+using HeaderList = std::vector<std::pair<std::string, std::string>>;
+
+enum class CachePolicy {
+    UseProtocolCachePolicy = 0,
+    ReloadIgnoringLocalCacheData = 1,
+    ReturnCacheDataElseLoad = 2,
+    ReturnCacheDataDontLoad = 3,
+};
+
+// A mutable HTTP request, the shape the SDK's request modifiers change before sending.
+struct HttpRequest {
+    std::string url;
+    std::string method = "GET";
+    HeaderList headers;
+    std::string body;
+    double timeoutInterval = 60.0;  // seconds
+    CachePolicy cachePolicy = CachePolicy::UseProtocolCachePolicy;
+
+    // Header names compare case-insensitively; setting replaces an existing value.
+    void setValue(const std::string& value, const std::string& header);
+    void addValue(const std::string& value, const std::string& header);
+    std::optional<std::string> valueForHeader(const std::string& header) const;
+};
+
+struct HttpResponse {
+    int64_t statusCode = 0;
+    HeaderList headers;  // as received, in order
+    std::string url;     // final URL after redirects
+    std::optional<std::string> valueForHeader(const std::string& header) const;
+};
+
+// Completion of a data task: body bytes (absent on failure), response, error.
+using DataTaskCompletion = std::function<void(std::optional<std::string> data,
+                                              std::optional<HttpResponse> response,
+                                              std::optional<Error> error)>;
+// Completion of a download task: path of the temporary file (absent on failure).
+// The file is deleted when the completion returns unless the caller moved it away.
+using DownloadTaskCompletion = std::function<void(std::optional<std::string> location,
+                                                  std::optional<HttpResponse> response,
+                                                  std::optional<Error> error)>;
+
+class HttpTask {
+public:
+    virtual ~HttpTask() = default;
+    // Start the task (tasks are created suspended). Resuming twice does nothing.
+    virtual void resume() = 0;
+    // Cancel; the completion then runs with URLError::kCancelled unless it already ran.
+    virtual void cancel() = 0;
+    virtual uint64_t taskIdentifier() const = 0;
+    virtual const HttpRequest& originalRequest() const = 0;
+};
+
+struct HttpSessionConfiguration {
+    // Bodies larger than this are aborted with URLError::kDataLengthExceedsMaximum.
+    uint64_t maxBodyBytes = 64ull * 1024 * 1024;
+    // Redirects followed before failing with URLError::kHTTPTooManyRedirects.
+    int maxRedirects = 8;
+    // Directory for download tasks' temporary files; empty means the system temp directory.
+    std::string temporaryDirectory;
+    // Extra CA bundle file to trust in addition to the system store (tests); verification of
+    // certificates and host names is always on.
+    std::string caBundlePath;
+};
+
+// One session: connections are pooled per session. Completions arrive on the session's own
+// background thread; the SDK's transport moves them to the main run loop.
+class HttpSession {
+public:
+    virtual ~HttpSession() = default;
+    virtual std::shared_ptr<HttpTask> dataTask(HttpRequest request,
+                                               DataTaskCompletion completion) = 0;
+    virtual std::shared_ptr<HttpTask> downloadTask(HttpRequest request,
+                                                   DownloadTaskCompletion completion) = 0;
+    // Cancel every task and stop the background thread. The destructor does the same.
+    virtual void invalidateAndCancel() = 0;
+};
+
+class HttpSessionFactory {
+public:
+    virtual ~HttpSessionFactory() = default;
+    virtual std::shared_ptr<HttpSession> createSession(const HttpSessionConfiguration& config) = 0;
+};
+
+// True for the only schemes the SDK ever fetches: http and https (case-insensitive).
+bool isFetchableURL(const std::string& url);
+
+}  // namespace pelora::platform

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "pelora/platform/Clock.h"
+
+namespace pelora::platform {
+
+// A scheduled timer. Invalidating it is idempotent and may happen from inside its own callback.
+class Timer {
+public:
+    virtual ~Timer() = default;
+    virtual void invalidate() = 0;
+    virtual bool isValid() const = 0;
+};
+
+// The main run loop that owns all SDK logic. Work can be posted from any thread; everything
+// else (timers, run, pump) belongs to the loop's thread.
+class RunLoop {
+public:
+    virtual ~RunLoop() = default;
+
+    // Thread-safe: queue a task to run on the loop's thread, after already queued tasks.
+    virtual void post(std::function<void()> task) = 0;
+
+    // Schedule a timer that fires `interval` seconds of the loop's clock from now, and then
+    // every `interval` seconds when `repeats` is set. Timers run in all modes of the loop
+    // (the "common modes"): a host pumping the loop from its own frame loop sees them fire too.
+    // A timer that fell behind (the clock jumped forward) fires once for each missed period.
+    virtual std::shared_ptr<Timer> scheduleTimer(double interval, bool repeats,
+                                                 std::function<void(Timer&)> fire) = 0;
+
+    // Run until stop() is called.
+    virtual void run() = 0;
+    // Run until `predicate` is true (checked after each batch of work) or the loop's clock
+    // passes `deadline` (a value of clock().monotonicSeconds()). Returns the predicate's value.
+    virtual bool runUntil(const std::function<bool()>& predicate, double deadline) = 0;
+    // Ask run()/runUntil() to return after the current task. Thread-safe.
+    virtual void stop() = 0;
+    // Non-blocking: run every task and timer that is due now, then return how many ran.
+    // Hosts with their own frame loop call this once per frame.
+    virtual size_t pump() = 0;
+    // A descriptor that is readable while work is due (posted tasks, or a timer whose time has
+    // come when the host re-checks after nextTimerDelay()). For embedding in epoll/select loops.
+    virtual int wakeFd() const = 0;
+    // Seconds until the next timer is due, or a negative value when no timer is scheduled.
+    virtual double nextTimerDelay() const = 0;
+    // True when called on the thread that runs this loop.
+    virtual bool isLoopThread() const = 0;
+
+    virtual Clock& clock() const = 0;
+};
+
+}  // namespace pelora::platform

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "pelora/platform/RunLoop.h"
+
+namespace pelora::desktop {
+
+// The Linux main run loop: a task queue and timers on a Clock, with an eventfd that is
+// readable while posted work waits. Works with the system clock and with a manual clock
+// (time then moves only when the test advances it; waiting for posted work still happens
+// in real time, bounded by the same number of seconds).
+class EventRunLoop final : public platform::RunLoop {
+public:
+    explicit EventRunLoop(std::shared_ptr<platform::Clock> clock);
+    ~EventRunLoop() override;
+    EventRunLoop(const EventRunLoop&) = delete;
+    EventRunLoop& operator=(const EventRunLoop&) = delete;
+
+    void post(std::function<void()> task) override;
+    std::shared_ptr<platform::Timer> scheduleTimer(double interval, bool repeats,
+                                                   std::function<void(platform::Timer&)> fire) override;
+    void run() override;
+    bool runUntil(const std::function<bool()>& predicate, double deadline) override;
+    void stop() override;
+    size_t pump() override;
+    int wakeFd() const override { return eventFd_; }
+    double nextTimerDelay() const override;
+    bool isLoopThread() const override;
+    platform::Clock& clock() const override { return *clock_; }
+
+private:
+    class TimerImpl;
+    void waitForWork(double maxSeconds);
+    size_t fireDueTimers();
+
+    std::shared_ptr<platform::Clock> clock_;
+    int eventFd_ = -1;
+    mutable std::mutex mutex_;
+    std::deque<std::function<void()>> queue_;
+    std::vector<std::shared_ptr<TimerImpl>> timers_;
+    uint64_t timerSequence_ = 0;
+    std::atomic<bool> stopRequested_{false};
+    std::atomic<std::thread::id> owner_;
+};
+
+}  // namespace pelora::desktop

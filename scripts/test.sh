@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test through CTest.
+#   scripts/test.sh                 normal build in build/
+#   PELORA_SANITIZE=1 scripts/test.sh   AddressSanitizer + UBSan build in build-asan/
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+
+if [ "${PELORA_SANITIZE:-0}" = "1" ]; then
+  BUILD_DIR=${BUILD_DIR:-build-asan}
+  EXTRA=(-DPELORA_SANITIZE=ON -DPELORA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug)
+  export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+  export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+else
+  BUILD_DIR=${BUILD_DIR:-build}
+  EXTRA=()
+fi
+
+cmake -S . -B "$BUILD_DIR" -G Ninja "${EXTRA[@]}" >/dev/null
+cmake --build "$BUILD_DIR" -j "$(nproc)"
+ctest --test-dir "$BUILD_DIR" --output-on-failure -j "$(nproc)"

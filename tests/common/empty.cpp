@@ -1,0 +1,1 @@
+// Keeps this target non-empty until its first source lands.

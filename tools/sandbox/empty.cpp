@@ -1,0 +1,1 @@
+// Keeps the sandbox library non-empty while its sources are written.
