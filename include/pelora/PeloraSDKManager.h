@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+class PeloraNetReachable;
+struct PeloraUrlQuery;
+struct PeloraReqBody;
+
+// The host's first point of contact: the application id and the SDK's identity values, plus
+// the one process-wide reachability monitor whose status every ad request carries.
+class PeloraSDKManager : public std::enable_shared_from_this<PeloraSDKManager> {
+    struct PrivateTag {};
+
+  public:
+    explicit PeloraSDKManager(PrivateTag) {}
+    PeloraSDKManager(const PeloraSDKManager&) = delete;
+    PeloraSDKManager& operator=(const PeloraSDKManager&) = delete;
+
+    // The singleton, created (with its monitor started) on the first call from any thread.
+    static std::shared_ptr<PeloraSDKManager> shareManager();
+
+    // Stores the id on the singleton; requests built afterwards carry it. No validation.
+    static void setAppID(const std::optional<std::string>& appID);
+    // The singleton's id (absent until setAppID); creates the singleton as a side effect.
+    static std::optional<std::string> appID();
+
+    static std::string sdkVersion();   // "1.0"
+    static int64_t sdkBuildVersion();  // 1
+    static std::string sdkName();      // "PeloraSDK"
+
+    // Plain accessors of the instance. The class operations above keep the short names
+    // because they are what a host calls.
+    std::optional<std::string> instanceAppID() const { return appID_; }
+    void setInstanceAppID(const std::optional<std::string>& appID) { appID_ = appID; }
+    // The monitor object (not a flag); empty when the platform refused the probe host.
+    std::shared_ptr<PeloraNetReachable> reachable() const { return reachable_; }
+    void setReachable(std::shared_ptr<PeloraNetReachable> reachable) {
+        reachable_ = std::move(reachable);
+    }
+
+    // Deliberately inert: a manager made this way has no monitor and no id, so the singleton
+    // cannot be duplicated in working order. SDK code always goes through shareManager().
+    static std::shared_ptr<PeloraSDKManager> init();
+
+  private:
+    // The real initialiser, used only by shareManager().
+    static std::shared_ptr<PeloraSDKManager> _init();
+
+    std::shared_ptr<PeloraNetReachable> reachable_;
+    std::optional<std::string> appID_;
+};
+
+// The ad server's address. The origin is compiled in; tools and tests may point the SDK at
+// a local server with setBaseUrlOverride().
+class PeloraConstConfig {
+  public:
+    PeloraConstConfig() = delete;
+    // Scheme plus host, no trailing slash.
+    static std::string baseUrl();
+    // baseUrl() + "/api/v1/advert/fetch", concatenated as is.
+    static std::string urlfetchAd();
+    // An empty optional restores the compiled-in origin. Set it before loading ads; it is
+    // not meant to change while requests are being built on other threads.
+    static void setBaseUrlOverride(std::optional<std::string> origin);
+};
+
+// Values of the host application's main bundle information, unchanged (absent when missing).
+class PeloraAppExt {
+  public:
+    PeloraAppExt() = delete;
+    static std::optional<std::string> appBundleName();
+    static std::optional<std::string> appBundleID();
+    static std::optional<std::string> appVersion();
+    static std::optional<std::string> appBuildVersion();
+};
+
+// Base of the loader objects. init() fills defaults through configInit(); the other hooks
+// are empty and exist to be overridden. Destruction writes "dealloc: <class name>" to the
+// log, which is how leaks of loaders show up in the field.
+class PeloraConfig {
+  public:
+    virtual ~PeloraConfig();
+    PeloraConfig(const PeloraConfig&) = delete;
+    PeloraConfig& operator=(const PeloraConfig&) = delete;
+
+    static std::shared_ptr<PeloraConfig> init();
+    // Construct a subclass and run its configInit(), the pattern every loader follows.
+    template <class T, class... Args>
+    static std::shared_ptr<T> initAs(Args&&... args) {
+        auto object = std::make_shared<T>(std::forward<Args>(args)...);
+        object->configInit();
+        return object;
+    }
+
+    virtual void configInit() {}
+    virtual void requestData() {}
+    virtual void requestQuery(std::shared_ptr<PeloraUrlQuery> query,
+                              std::shared_ptr<PeloraReqBody> body) {
+        (void)query;
+        (void)body;
+    }
+
+    const std::string& className() const { return className_; }
+
+  protected:
+    // Subclasses pass their own class name: the destructor of the base cannot ask for it.
+    explicit PeloraConfig(std::string className = "PeloraConfig")
+        : className_(std::move(className)) {}
+
+  private:
+    std::string className_;
+};
