@@ -1,0 +1,366 @@
+#include "core/PeloraNetwork.h"
+
+#include <array>
+#include <charconv>
+
+#include "core/PeloraRequest.h"
+#include "pelora/PeloraApiAd.h"
+#include "pelora/platform/FileSystem.h"
+#include "pelora/platform/Log.h"
+#include "pelora/platform/RunLoop.h"
+#include "pelora/platform/Services.h"
+#include "support/PeloraTool.h"
+#include "support/PeloraYYModel.h"
+
+namespace {
+
+using pelora::platform::Error;
+using pelora::platform::HttpRequest;
+using pelora::platform::HttpResponse;
+
+// Created on first use from the main thread, kept for the life of the process. Held through
+// a pointer that is never freed so that no exit-time destructor joins a session thread.
+std::shared_ptr<PeloraCoreSessionManager>& apiSessionSlot() {
+    static auto* slot = new std::shared_ptr<PeloraCoreSessionManager>();
+    return *slot;
+}
+
+std::shared_ptr<PeloraCoreSessionManager>& fileSessionSlot() {
+    static auto* slot = new std::shared_ptr<PeloraCoreSessionManager>();
+    return *slot;
+}
+
+// Hands work to the main run loop captured when the exchange started: the services may not
+// be read from the session's thread.
+void postToMain(const std::shared_ptr<pelora::platform::RunLoop>& loop,
+                std::function<void()> task) {
+    if (loop) loop->post(std::move(task));
+}
+
+std::string describe(const Error& error) {
+    if (!error.description.empty()) return error.description;
+    return "Error Domain=" + error.domain + " Code=" + std::to_string(error.code);
+}
+
+// The text a value shows in a query: texts as they are, numbers in decimal, booleans as 1/0.
+std::string queryDescription(const nlohmann::json& value) {
+    switch (value.type()) {
+        case nlohmann::json::value_t::string:
+            return value.get_ref<const std::string&>();
+        case nlohmann::json::value_t::boolean:
+            return value.get<bool>() ? "1" : "0";
+        case nlohmann::json::value_t::number_integer:
+            return std::to_string(value.get<int64_t>());
+        case nlohmann::json::value_t::number_unsigned:
+            return std::to_string(value.get<uint64_t>());
+        case nlohmann::json::value_t::number_float: {
+            std::array<char, 32> buf{};
+            auto r = std::to_chars(buf.data(), buf.data() + buf.size(), value.get<double>());
+            return std::string(buf.data(), r.ptr);
+        }
+        default:
+            return value.dump();
+    }
+}
+
+// Last path component of a URL text, as the platform's path functions see it: trailing
+// slashes ignored, everything after the last remaining slash.
+std::string lastPathComponent(const std::string& text) {
+    size_t end = text.size();
+    while (end > 1 && text[end - 1] == '/') --end;
+    std::string trimmed = text.substr(0, end);
+    size_t slash = trimmed.rfind('/');
+    if (slash == std::string::npos || trimmed.size() == 1) return trimmed;
+    return trimmed.substr(slash + 1);
+}
+
+// A component that would leave the target directory is refused: the URL comes from the
+// network and must never place a file outside our own directory.
+bool isSafeFileName(const std::string& name) {
+    if (name.empty() || name == "." || name == "..") return false;
+    return name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+// ---- percent escaping ---------------------------------------------------------------------
+
+struct EscapeTable {
+    std::array<bool, 256> keep{};
+    EscapeTable() {
+        for (int c = 'a'; c <= 'z'; ++c) keep[c] = true;
+        for (int c = 'A'; c <= 'Z'; ++c) keep[c] = true;
+        for (int c = '0'; c <= '9'; ++c) keep[c] = true;
+        for (char c : std::string_view("-._~/?")) keep[static_cast<unsigned char>(c)] = true;
+    }
+};
+
+const EscapeTable kEscape;
+constexpr char kHex[] = "0123456789ABCDEF";
+
+void escapeInto(std::string_view piece, std::string& out) {
+    for (unsigned char c : piece) {
+        if (kEscape.keep[c]) {
+            out.push_back(static_cast<char>(c));
+        } else {
+            char triple[3] = {'%', kHex[c >> 4], kHex[c & 0xF]};
+            out.append(triple, 3);
+        }
+    }
+}
+
+}  // namespace
+
+// ---- PeloraCoreSessionManager -----------------------------------------------------------------
+
+std::shared_ptr<PeloraCoreSessionManager> PeloraCoreSessionManager::init() {
+    return initWithConfig(pelora::platform::HttpSessionConfiguration{});
+}
+
+std::shared_ptr<PeloraCoreSessionManager> PeloraCoreSessionManager::initWithConfig(
+    const pelora::platform::HttpSessionConfiguration& config) {
+    std::shared_ptr<pelora::platform::HttpSession> session;
+    const auto& factory = pelora::platform::services().http;
+    if (factory) session = factory->createSession(config);
+    return std::make_shared<PeloraCoreSessionManager>(PrivateTag{}, std::move(session));
+}
+
+std::shared_ptr<pelora::platform::HttpTask> PeloraCoreSessionManager::dataTaskWithRequest(
+    HttpRequest request, pelora::platform::DataTaskCompletion completion) {
+    if (!session_) return nullptr;
+    return session_->dataTask(std::move(request), std::move(completion));
+}
+
+std::shared_ptr<pelora::platform::HttpTask> PeloraCoreSessionManager::downloadTaskWithRequest(
+    HttpRequest request, pelora::platform::DownloadTaskCompletion completion) {
+    if (!session_) return nullptr;
+    return session_->downloadTask(std::move(request), std::move(completion));
+}
+
+// ---- PeloraNetwork: sessions ---------------------------------------------------------------
+
+std::shared_ptr<PeloraCoreSessionManager> PeloraNetwork::apiSession() {
+    auto& slot = apiSessionSlot();
+    if (!slot) slot = PeloraCoreSessionManager::init();
+    return slot;
+}
+
+std::shared_ptr<PeloraCoreSessionManager> PeloraNetwork::fileSession() {
+    auto& slot = fileSessionSlot();
+    if (!slot) slot = PeloraCoreSessionManager::init();
+    return slot;
+}
+
+void PeloraNetwork::resetSessionsForTesting() {
+    apiSessionSlot().reset();
+    fileSessionSlot().reset();
+}
+
+// ---- PeloraNetwork: query encoding ---------------------------------------------------------
+
+std::string PeloraNetwork::urlEncodeQuryWithDictionary(const nlohmann::json& dictionary) {
+    std::string out;
+    if (!dictionary.is_object()) return out;
+    for (auto it = dictionary.begin(); it != dictionary.end(); ++it) {
+        if (!out.empty()) out.push_back('&');
+        out += pl_AFPercentEscapedStringFromString(it.key());
+        if (!it.value().is_null()) {
+            out.push_back('=');
+            out += pl_AFPercentEscapedStringFromString(queryDescription(it.value()));
+        }
+    }
+    return out;
+}
+
+std::string PeloraNetwork::appendQuery(const std::string& url, const std::string& query) {
+    size_t fragment = url.find('#');
+    bool hasQuery = url.substr(0, fragment).find('?') != std::string::npos;
+    std::string out;
+    out.reserve(url.size() + 1 + query.size());
+    out += url;
+    out.push_back(hasQuery ? '&' : '?');
+    out += query;
+    return out;
+}
+
+// ---- PeloraNetwork: ad fetch ---------------------------------------------------------------
+
+std::shared_ptr<PeloraRespData> PeloraNetwork::mapAdFetchAnswer(std::string_view body,
+                                                                int64_t slotW, int64_t slotH) {
+    auto envelope = plyy_modelWithJSON<PeloraRespData>(body);
+    if (envelope && envelope->rData && envelope->rData->ads) {
+        for (const auto& ad : *envelope->rData->ads) {
+            if (!ad) continue;
+            ad->reqSlotW = static_cast<int32_t>(slotW);
+            ad->reqSlotH = static_cast<int32_t>(slotH);
+        }
+    }
+    return envelope;
+}
+
+HttpRequest PeloraNetwork::adFetchRequest(const std::optional<std::string>& url,
+                                          const PeloraUrlQuery* query, const PeloraReqBody* body,
+                                          const PeloraRequestModifier& modifier) {
+    // No guard on an absent URL here: the platform fails the task and the caller hears it.
+    HttpRequest request;
+    request.url = url.value_or("");
+    request.cachePolicy = pelora::platform::CachePolicy::UseProtocolCachePolicy;
+    request.timeoutInterval = 3.0;
+    request.method = "POST";
+    request.setValue("application/json", "Content-Type");
+    if (body) request.body = plyy_modelToJSONData(*body).value_or("");
+
+    std::string encoded =
+        urlEncodeQuryWithDictionary(query ? plyy_modelToJSONObject(*query) : nlohmann::json());
+    if (!encoded.empty()) request.url = appendQuery(request.url, encoded);
+
+    if (modifier) modifier(request);
+    return request;
+}
+
+void PeloraNetwork::post(const std::optional<std::string>& url,
+                         std::shared_ptr<PeloraUrlQuery> query, std::shared_ptr<PeloraReqBody> body,
+                         PeloraRequestModifier modifier, AdFetchCompletion complete) {
+    HttpRequest request = adFetchRequest(url, query.get(), body.get(), modifier);
+
+    auto loop = pelora::platform::services().mainRunLoop;
+    auto task = apiSession()->dataTaskWithRequest(
+        std::move(request),
+        [loop, body, complete = std::move(complete)](std::optional<std::string> data,
+                                                     std::optional<HttpResponse> response,
+                                                     std::optional<Error> error) mutable {
+            postToMain(loop, [body = std::move(body), complete = std::move(complete),
+                              data = std::move(data), response = std::move(response),
+                              error = std::move(error)] {
+                if (error) {
+                    if (complete) complete(error->code, describe(*error), nullptr);
+                    return;
+                }
+                if (!response || PeloraTool::dataIsEmpty(data)) {
+                    if (complete) complete(-1, std::string("response error"), nullptr);
+                    return;
+                }
+                int64_t slotW = 0;
+                int64_t slotH = 0;
+                if (body && body->slot) {
+                    slotW = body->slot->width;
+                    slotH = body->slot->height;
+                }
+                auto envelope = mapAdFetchAnswer(*data, slotW, slotH);
+                if (!complete) return;
+                std::shared_ptr<PeloraRespObject> payload = envelope ? envelope->rData : nullptr;
+                int64_t code = payload ? 0 : -1;
+                pelora::platform::log(pelora::platform::LogLevel::Debug,
+                                      std::to_string(static_cast<int>(code)));
+                complete(code, std::nullopt, std::move(payload));
+            });
+        });
+    if (task) task->resume();
+}
+
+// ---- PeloraNetwork: reports and raw data tasks ----------------------------------------------
+
+void PeloraNetwork::get(const std::optional<std::string>& url,
+                        std::shared_ptr<PeloraUrlQuery> query, PeloraRequestModifier modifier,
+                        ReportCompletion complete) {
+    if (!url) return;
+    HttpRequest request;
+    request.url = *url;
+    request.cachePolicy = pelora::platform::CachePolicy::UseProtocolCachePolicy;
+    request.timeoutInterval = 60.0;
+    request.method = "GET";
+    std::string encoded =
+        urlEncodeQuryWithDictionary(query ? plyy_modelToJSONObject(*query) : nlohmann::json());
+    if (!encoded.empty()) request.url = appendQuery(request.url, encoded);
+    if (modifier) modifier(request);
+    dataTaskWithRequest(std::move(request), std::move(complete));
+}
+
+void PeloraNetwork::post(const std::optional<std::string>& url, std::optional<std::string> body,
+                         PeloraRequestModifier modifier, ReportCompletion complete) {
+    if (!url) return;
+    HttpRequest request;
+    request.url = *url;
+    request.cachePolicy = pelora::platform::CachePolicy::UseProtocolCachePolicy;
+    request.timeoutInterval = 60.0;
+    request.method = "POST";
+    request.body = body.value_or("");
+    if (modifier) modifier(request);
+    dataTaskWithRequest(std::move(request), std::move(complete));
+}
+
+std::shared_ptr<pelora::platform::HttpTask> PeloraNetwork::dataTaskWithRequest(
+    HttpRequest request, ReportCompletion complete) {
+    auto loop = pelora::platform::services().mainRunLoop;
+    auto task = apiSession()->dataTaskWithRequest(
+        std::move(request),
+        [loop, complete = std::move(complete)](std::optional<std::string> data,
+                                               std::optional<HttpResponse> response,
+                                               std::optional<Error> error) mutable {
+            postToMain(loop, [complete = std::move(complete), data = std::move(data),
+                              response = std::move(response), error = std::move(error)] {
+                onUploadResp(data, response, error, complete);
+            });
+        });
+    if (task) task->resume();
+    return task;
+}
+
+void PeloraNetwork::onUploadResp(std::optional<std::string> data,
+                                 std::optional<HttpResponse> httpResponse,
+                                 std::optional<Error> error, const ReportCompletion& complete) {
+    if (!complete) return;
+    if (error) {
+        complete(error->code, std::string("sdk: upload error"), std::nullopt);
+        return;
+    }
+    int64_t status = httpResponse ? httpResponse->statusCode : 0;
+    int64_t code = (status < 200 || status > 299) ? status : 0;
+    complete(code, std::nullopt, std::move(data));
+}
+
+// ---- PeloraNetwork: file download ------------------------------------------------------------
+
+std::shared_ptr<pelora::platform::HttpTask> PeloraNetwork::downloadTaskWithUrl(
+    const std::string& url, PeloraRequestModifier modifier, std::optional<std::string> destination,
+    DownloadCompletion handler) {
+    HttpRequest request;
+    request.url = url;
+    if (modifier) modifier(request);
+
+    auto loop = pelora::platform::services().mainRunLoop;
+    auto files = pelora::platform::services().files;
+    std::string fileName = lastPathComponent(url);
+    auto task = fileSession()->downloadTaskWithRequest(
+        std::move(request),
+        [loop, files, fileName, destination = std::move(destination), handler = std::move(handler)](
+            std::optional<std::string> location, std::optional<HttpResponse> response,
+            std::optional<Error> error) mutable {
+            // Runs on the session's thread: the temporary file is gone once this returns, so
+            // it is moved into place here and only the result travels to the main loop.
+            std::optional<std::string> result = location;
+            if (location && !error && files && isSafeFileName(fileName)) {
+                std::string dir = destination ? *destination : files->cachesDirectory() + "/Pelora";
+                if (!files->fileExists(dir)) files->createDirectory(dir, true);
+                std::string target = dir + "/" + fileName;
+                files->removeItem(target);
+                if (files->moveItem(*location, target)) result = target;
+            }
+            postToMain(loop, [handler = std::move(handler), result = std::move(result),
+                              response = std::move(response), error = std::move(error)] {
+                if (handler) handler(result, response, error);
+            });
+        });
+    if (task) task->resume();
+    return task;
+}
+
+// ---- percent escaping -------------------------------------------------------------------------
+
+std::string pl_AFPercentEscapedStringFromString(const std::string& text) {
+    std::string out;
+    if (text.empty()) return out;
+    out.reserve(text.size() * 3 / 2 + 16);
+    // Batches of at most 50 UTF-16 units widened to whole composed sequences, so no batch ever
+    // ends inside a surrogate pair or between a base character and its marks.
+    for (std::string_view batch : PeloraTool::composedBatches(text, 50)) escapeInto(batch, out);
+    return out;
+}
