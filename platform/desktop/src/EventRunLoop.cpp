@@ -1,6 +1,7 @@
 #include "pelora/desktop/EventRunLoop.h"
 
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,7 +14,7 @@
 namespace pelora::desktop {
 
 class EventRunLoop::TimerImpl final : public platform::Timer {
-public:
+  public:
     TimerImpl(double due, double interval, bool repeats, uint64_t seq,
               std::function<void(platform::Timer&)> fire)
         : due(due), interval(interval), repeats(repeats), seq(seq), fire(std::move(fire)) {}
@@ -28,14 +29,90 @@ public:
     std::atomic<bool> valid{true};
 };
 
+class EventRunLoop::WatchImpl final : public platform::Timer {
+  public:
+    WatchImpl(int fd, uint64_t id, std::function<void()> readable)
+        : fd(fd), id(id), readable(std::move(readable)) {}
+    void invalidate() override { valid = false; }
+    bool isValid() const override { return valid; }
+
+    const int fd;
+    const uint64_t id;
+    std::function<void()> readable;
+    std::atomic<bool> valid{true};
+};
+
 EventRunLoop::EventRunLoop(std::shared_ptr<platform::Clock> clock)
     : clock_(std::move(clock)), owner_(std::this_thread::get_id()) {
     eventFd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (eventFd_ < 0) throw std::runtime_error("eventfd failed");
+    epollFd_ = ::epoll_create1(EPOLL_CLOEXEC);
+    if (epollFd_ < 0) {
+        ::close(eventFd_);
+        throw std::runtime_error("epoll_create1 failed");
+    }
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.u64 = 0;  // watch ids start at 1
+    ::epoll_ctl(epollFd_, EPOLL_CTL_ADD, eventFd_, &ev);
 }
 
 EventRunLoop::~EventRunLoop() {
+    if (epollFd_ >= 0) ::close(epollFd_);
     if (eventFd_ >= 0) ::close(eventFd_);
+}
+
+std::shared_ptr<platform::Timer> EventRunLoop::watchFd(int fd, std::function<void()> readable) {
+    if (fd < 0 || !readable) return nullptr;
+    std::lock_guard lock(mutex_);
+    auto watch = std::make_shared<WatchImpl>(fd, ++watchSequence_, std::move(readable));
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.u64 = watch->id;
+    if (::epoll_ctl(epollFd_, EPOLL_CTL_ADD, fd, &ev) != 0) {
+        // Still registered by a watch that was invalidated but not yet cleaned up.
+        if (errno != EEXIST || ::epoll_ctl(epollFd_, EPOLL_CTL_MOD, fd, &ev) != 0) return nullptr;
+    }
+    watches_.push_back(watch);
+    return watch;
+}
+
+size_t EventRunLoop::serviceWatches() {
+    {
+        std::lock_guard lock(mutex_);
+        if (watches_.empty()) return 0;
+        for (const auto& w : watches_) {
+            if (w->valid) continue;
+            bool shared = std::any_of(watches_.begin(), watches_.end(),
+                                      [&](const auto& o) { return o->valid && o->fd == w->fd; });
+            // The owner may already have closed the descriptor; the kernel then dropped it.
+            if (!shared) ::epoll_ctl(epollFd_, EPOLL_CTL_DEL, w->fd, nullptr);
+        }
+        std::erase_if(watches_, [](const auto& w) { return !w->valid; });
+    }
+    epoll_event events[16];
+    int n = ::epoll_wait(epollFd_, events, 16, 0);
+    size_t ran = 0;
+    for (int i = 0; i < n; ++i) {
+        if (events[i].data.u64 == 0) continue;
+        std::shared_ptr<WatchImpl> watch;
+        {
+            std::lock_guard lock(mutex_);
+            for (const auto& w : watches_) {
+                if (w->id == events[i].data.u64) watch = w;
+            }
+        }
+        if (watch && watch->valid) {
+            ++ran;
+            watch->readable();
+        }
+    }
+    return ran;
+}
+
+bool EventRunLoop::wakeFdReadable() const {
+    pollfd pfd{epollFd_, POLLIN, 0};
+    return ::poll(&pfd, 1, 0) > 0;
 }
 
 void EventRunLoop::post(std::function<void()> task) {
@@ -60,7 +137,9 @@ std::shared_ptr<platform::Timer> EventRunLoop::scheduleTimer(
     return timer;
 }
 
-bool EventRunLoop::isLoopThread() const { return owner_.load() == std::this_thread::get_id(); }
+bool EventRunLoop::isLoopThread() const {
+    return owner_.load() == std::this_thread::get_id();
+}
 
 double EventRunLoop::nextTimerDelay() const {
     std::lock_guard lock(mutex_);
@@ -81,8 +160,8 @@ size_t EventRunLoop::fireDueTimers() {
             std::lock_guard lock(mutex_);
             std::erase_if(timers_, [](const auto& t) { return !t->valid; });
             for (const auto& t : timers_) {
-                if (t->due <= now && (!next || t->due < next->due ||
-                                      (t->due == next->due && t->seq < next->seq))) {
+                if (t->due <= now &&
+                    (!next || t->due < next->due || (t->due == next->due && t->seq < next->seq))) {
                     next = t;
                 }
             }
@@ -116,6 +195,7 @@ size_t EventRunLoop::pump() {
     for (auto& task : batch) {
         if (task) task();
     }
+    ran += serviceWatches();
     ran += fireDueTimers();
     return ran;
 }
@@ -130,7 +210,7 @@ void EventRunLoop::waitForWork(double maxSeconds) {
     }
     if (wait <= 0) return;
     int ms = static_cast<int>(std::ceil(std::min(wait, 3600.0) * 1000.0));
-    pollfd pfd{eventFd_, POLLIN, 0};
+    pollfd pfd{epollFd_, POLLIN, 0};
     ::poll(&pfd, 1, ms);
 }
 
@@ -164,8 +244,7 @@ bool EventRunLoop::runUntil(const std::function<bool()>& predicate, double deadl
                 for (const auto& t : timers_) timerDue |= (t->valid && t->due <= now);
                 if (!timerDue) {
                     // Real time passed in the wait; loop again only if work arrived.
-                    pollfd pfd{eventFd_, POLLIN, 0};
-                    if (::poll(&pfd, 1, 0) <= 0) break;
+                    if (!wakeFdReadable()) break;
                 }
             }
         }

@@ -46,6 +46,15 @@ public:
     virtual int wakeFd() const = 0;
     // Seconds until the next timer is due, or a negative value when no timer is scheduled.
     virtual double nextTimerDelay() const = 0;
+    // Call `readable` on the loop's thread whenever `fd` is readable, until the returned handle
+    // is invalidated (invalidate before closing the descriptor). The callback must consume
+    // what made the descriptor readable. Loops that cannot watch descriptors return null;
+    // callers then poll on a timer instead.
+    virtual std::shared_ptr<Timer> watchFd(int fd, std::function<void()> readable) {
+        (void)fd;
+        (void)readable;
+        return nullptr;
+    }
     // True when called on the thread that runs this loop.
     virtual bool isLoopThread() const = 0;
 

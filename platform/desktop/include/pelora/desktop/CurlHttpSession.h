@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "pelora/platform/Error.h"
+#include "pelora/platform/Http.h"
+
+namespace pelora::desktop {
+
+// HTTP sessions over libcurl's multi interface. Each session owns one background thread and
+// one connection pool; task completions run on that thread. See docs/PLATFORM.md for the
+// mapping of libcurl results to URL error codes and for the time-out rules.
+class CurlHttpSessionFactory final : public platform::HttpSessionFactory {
+  public:
+    std::shared_ptr<platform::HttpSession> createSession(
+        const platform::HttpSessionConfiguration& config) override;
+};
+
+// Time-out applied when a request carries zero, a negative or a non-finite value, the same
+// default a phone platform's request starts with.
+inline constexpr double kDefaultRequestTimeout = 60.0;
+
+// The URL error a libcurl result code (a CURLcode value) becomes. `bodyTooLarge` marks a
+// transfer that the body cap aborted; `fileWriteFailed` one whose download file could not be
+// written.
+int64_t urlErrorCodeForCurlCode(int curlCode, bool bodyTooLarge = false,
+                                bool fileWriteFailed = false);
+// A readable description for a URL error code ("The request timed out.").
+std::string urlErrorDescription(int64_t code);
+// The error value for a URL error code in the platform's URL error domain.
+platform::Error makeURLError(int64_t code);
+
+}  // namespace pelora::desktop

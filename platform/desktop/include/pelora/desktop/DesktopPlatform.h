@@ -1,0 +1,33 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "pelora/desktop/DesktopDeviceInfo.h"
+#include "pelora/platform/Services.h"
+
+namespace pelora::desktop {
+
+struct DesktopOptions {
+    // Host identity; when empty, read from Info.json beside the executable.
+    std::map<std::string, std::string> bundleInfo;
+    std::string mainBundlePath;
+    // Screen in points and its scale; the headless default is a 375x667 portrait phone at 2x.
+    double screenWidth = 375;
+    double screenHeight = 667;
+    double screenScale = 2;
+    int64_t orientation = platform::InterfaceOrientation::kPortrait;
+    // Caches directory as is; empty means $XDG_CACHE_HOME (or ~/.cache) / <bundle id>.
+    std::string cachesDirectory;
+    // Clock for the main run loop; null means the system clock.
+    std::shared_ptr<platform::Clock> clock;
+};
+
+// Builds every real Linux service (system clock, event run loop, libcurl sessions, files,
+// identity, netlink reachability) without installing them.
+platform::Services makeDesktopServices(const DesktopOptions& options = {});
+// Builds and installs them; returns what was installed.
+platform::Services installDesktopPlatform(const DesktopOptions& options = {});
+
+}  // namespace pelora::desktop

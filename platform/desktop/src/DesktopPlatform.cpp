@@ -1,0 +1,46 @@
+#include "pelora/desktop/DesktopPlatform.h"
+
+#include "pelora/desktop/CurlHttpSession.h"
+#include "pelora/desktop/DesktopFileSystem.h"
+#include "pelora/desktop/EventRunLoop.h"
+#include "pelora/desktop/LinuxReachability.h"
+
+namespace pelora::desktop {
+
+platform::Services makeDesktopServices(const DesktopOptions& options) {
+    platform::Services s;
+    s.clock = options.clock ? options.clock : std::make_shared<platform::SystemClock>();
+    s.mainRunLoop = std::make_shared<EventRunLoop>(s.clock);
+    s.http = std::make_shared<CurlHttpSessionFactory>();
+
+    DesktopDeviceInfo::Options device;
+    device.bundleInfo = options.bundleInfo;
+    device.mainBundlePath = options.mainBundlePath;
+    device.screenWidth = options.screenWidth;
+    device.screenHeight = options.screenHeight;
+    device.screenScale = options.screenScale;
+    device.orientation = options.orientation;
+    auto deviceInfo = std::make_shared<DesktopDeviceInfo>(device);
+
+    DesktopFileSystem::Options files;
+    files.bundleIdentifier = deviceInfo->infoValue(platform::kCFBundleIdentifier).value_or("");
+    files.cachesDirectoryOverride = options.cachesDirectory;
+    auto fileSystem = std::make_shared<DesktopFileSystem>(files);
+    s.files = fileSystem;
+
+    // Without a machine id the generated vendor id is kept with the caches.
+    device.vendorIdFile = fileSystem->cachesDirectory() + "/vendor-id";
+    s.device = std::make_shared<DesktopDeviceInfo>(device);
+
+    s.reachability = std::make_shared<LinuxReachabilityService>();
+    // urlOpener and imageDecoder come from their own backends once those exist.
+    return s;
+}
+
+platform::Services installDesktopPlatform(const DesktopOptions& options) {
+    platform::Services s = makeDesktopServices(options);
+    platform::installServices(s);
+    return s;
+}
+
+}  // namespace pelora::desktop
