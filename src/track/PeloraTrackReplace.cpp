@@ -1,0 +1,405 @@
+#include "track/PeloraTrackReplace.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <vector>
+
+const std::string_view PeloraTrackReplace::kTokens[kMacroCount] = {
+    "__REQ_WIDTH__",
+    "__REQ_HEIGHT__",
+    "__WIDTH__",
+    "__HEIGHT__",
+    "__DOWN_X__",
+    "__DOWN_Y__",
+    "__UP_X__",
+    "__UP_Y__",
+    "__TS__",
+    "__ACTION_ID__",
+    "__CLICK_ID__",
+    "__EVENT_TIME_START__",
+    "__EVENT_TIME_END__",
+    "__OFFSET_X__",
+    "__OFFSET_Y__",
+    "__VIDEO_TIME__",
+    "__VIDEO_BEHAVIOR__",
+    "__VIDEO_START_TIME__",
+    "__VIDEO_END_TIME__",
+    "__VIDEO_PLAY_FIRSR_FRAME__",
+    "__VIDEO_PLAY_LAST_FRAME__",
+    "__VIDEO_SCENE__",
+    "__VIDEO_PLAY_TYPE__",
+    "__VIDEO_STATUS__",
+};
+
+namespace {
+
+constexpr int64_t kUnset = -1;
+constexpr int64_t kTouchFallback = -999;
+
+void replaceAll(std::string& out, std::string_view text, std::string_view target,
+                std::string_view value) {
+    out.clear();
+    out.reserve(text.size());
+    size_t pos = 0;
+    for (;;) {
+        size_t hit = text.find(target, pos);
+        if (hit == std::string_view::npos) break;
+        out.append(text.substr(pos, hit - pos));
+        out.append(value);
+        pos = hit + target.size();
+    }
+    out.append(text.substr(pos));
+}
+
+struct Decimal {
+    std::array<char, 24> buf{};
+    size_t len = 0;
+    std::string_view view() const { return {buf.data(), len}; }
+};
+
+Decimal decimal(int64_t v) {
+    Decimal d;
+    auto res = std::to_chars(d.buf.data(), d.buf.data() + d.buf.size(), v);
+    d.len = static_cast<size_t>(res.ptr - d.buf.data());
+    return d;
+}
+
+// What one row writes in place of its token, when it writes anything.
+struct RowValue {
+    bool active = false;
+    Decimal text;
+};
+
+struct Candidate {
+    uint32_t start;
+    uint16_t length;
+    uint8_t row;
+    bool selected;
+};
+
+// Every token starts with "__" followed by an upper-case letter; the letter narrows the rows
+// that can match at a position.
+struct FirstLetterIndex {
+    std::array<std::array<int8_t, 10>, 26> rows{};
+    FirstLetterIndex() {
+        for (auto& r : rows) r.fill(-1);
+        for (int row = 0; row < PeloraTrackReplace::kMacroCount; ++row) {
+            int letter = PeloraTrackReplace::kTokens[row][2] - 'A';
+            auto& slot = rows[static_cast<size_t>(letter)];
+            for (auto& s : slot)
+                if (s < 0) {
+                    s = static_cast<int8_t>(row);
+                    break;
+                }
+        }
+    }
+};
+
+const FirstLetterIndex& firstLetterIndex() {
+    static const FirstLetterIndex index;
+    return index;
+}
+
+// Applies rows [lo, hi) -- all numeric -- to `text` exactly as consecutive replace-all passes
+// would. Inserted values are decimal digits and "-", which no token contains, so a pass can
+// neither create an occurrence of a later token nor split one; what a pass can do is consume
+// characters that a later token shares with it. Tokens have no "__" inside, so two
+// occurrences can only share their boundary underscores. Hence: find every occurrence of an
+// active token in the original text, then select them row by row, leftmost first, skipping
+// any that overlaps one already selected -- the passes' outcome -- and write the result once.
+void applyNumericRows(std::string& out, std::string_view text, const RowValue* values, int lo,
+                      int hi) {
+    constexpr size_t kInline = 32;
+    std::array<Candidate, kInline> inlineBuf;
+    std::vector<Candidate> heapBuf;
+    Candidate* cands = inlineBuf.data();
+    size_t count = 0;
+    const auto& index = firstLetterIndex();
+
+    const size_t n = text.size();
+    const char* data = text.data();
+    size_t pos = 0;
+    while (n >= 2 && pos + 1 < n) {
+        const void* hit = std::memchr(data + pos, '_', n - pos - 1);
+        if (!hit) break;
+        size_t p = static_cast<size_t>(static_cast<const char*>(hit) - data);
+        if (data[p + 1] != '_') {
+            pos = p + 1;
+            continue;
+        }
+        if (p + 2 < n) {
+            char c = data[p + 2];
+            if (c >= 'A' && c <= 'Z') {
+                for (int8_t row : index.rows[static_cast<size_t>(c - 'A')]) {
+                    if (row < 0) break;
+                    if (row < lo || row >= hi || !values[row].active) continue;
+                    auto token = PeloraTrackReplace::kTokens[row];
+                    if (n - p >= token.size() &&
+                        std::memcmp(data + p, token.data(), token.size()) == 0) {
+                        if (count == kInline && heapBuf.empty()) {
+                            heapBuf.assign(inlineBuf.begin(), inlineBuf.end());
+                        }
+                        Candidate cand{static_cast<uint32_t>(p),
+                                       static_cast<uint16_t>(token.size()),
+                                       static_cast<uint8_t>(row), false};
+                        if (count >= kInline) {
+                            heapBuf.push_back(cand);
+                            cands = heapBuf.data();
+                        } else {
+                            cands[count] = cand;
+                        }
+                        ++count;
+                        break;  // no token is a prefix of another
+                    }
+                }
+            }
+        }
+        pos = p + 1;
+    }
+
+    if (count == 0) {
+        out.assign(text);
+        return;
+    }
+
+    bool overlaps = false;
+    for (size_t i = 1; i < count; ++i)
+        if (cands[i].start < cands[i - 1].start + cands[i - 1].length) overlaps = true;
+    if (!overlaps) {
+        for (size_t i = 0; i < count; ++i) cands[i].selected = true;
+    } else {
+        // Row by row, leftmost first. Occurrences overlap only when they are close, so the
+        // neighbour checks stop after a few steps.
+        for (int row = lo; row < hi; ++row) {
+            for (size_t i = 0; i < count; ++i) {
+                if (cands[i].row != row) continue;
+                bool blocked = false;
+                const uint32_t s = cands[i].start, e = s + cands[i].length;
+                for (size_t j = i; j-- > 0 && cands[j].start + 64 > s;) {
+                    if (cands[j].selected && cands[j].start + cands[j].length > s) {
+                        blocked = true;
+                        break;
+                    }
+                }
+                for (size_t j = i + 1; !blocked && j < count && cands[j].start < e; ++j)
+                    if (cands[j].selected) blocked = true;
+                cands[i].selected = !blocked;
+            }
+        }
+    }
+
+    out.clear();
+    out.reserve(text.size() + 16);
+    size_t last = 0;
+    for (size_t i = 0; i < count; ++i) {
+        if (!cands[i].selected) continue;
+        out.append(data + last, cands[i].start - last);
+        out.append(values[cands[i].row].text.view());
+        last = cands[i].start + cands[i].length;
+    }
+    out.append(data + last, n - last);
+}
+
+}  // namespace
+
+int64_t PeloraTrackReplace::numericValue(int row) const {
+    switch (row) {
+        case 0:
+            return __REQ_WIDTH__;
+        case 1:
+            return __REQ_HEIGHT__;
+        case 2:
+            return __WIDTH__;
+        case 3:
+            return __HEIGHT__;
+        case 4:
+            return __DOWN_X__;
+        case 5:
+            return __DOWN_Y__;
+        case 6:
+            return __UP_X__;
+        case 7:
+            return __UP_Y__;
+        case 8:
+            return __TS__;
+        case 9:
+            return __ACTION_ID__;
+        case 11:
+            return __EVENT_TIME_START__;
+        case 12:
+            return __EVENT_TIME_END__;
+        case 13:
+            return __OFFSET_X__;
+        case 14:
+            return __OFFSET_Y__;
+        case 15:
+            return __VIDEO_TIME__;
+        case 16:
+            return __VIDEO_BEHAVIOR__;
+        case 17:
+            return __VIDEO_START_TIME__;
+        case 18:
+            return __VIDEO_END_TIME__;
+        case 19:
+            return __VIDEO_PLAY_FIRSR_FRAME__;
+        case 20:
+            return __VIDEO_PLAY_LAST_FRAME__;
+        case 21:
+            return __VIDEO_SCENE__;
+        case 22:
+            return __VIDEO_PLAY_TYPE__;
+        case 23:
+            return __VIDEO_STATUS__;
+        default:
+            return kUnset;
+    }
+}
+
+void PeloraTrackReplace::setNumericValue(int row, int64_t v) {
+    switch (row) {
+        case 0:
+            __REQ_WIDTH__ = static_cast<int32_t>(v);
+            break;
+        case 1:
+            __REQ_HEIGHT__ = static_cast<int32_t>(v);
+            break;
+        case 2:
+            __WIDTH__ = static_cast<int32_t>(v);
+            break;
+        case 3:
+            __HEIGHT__ = static_cast<int32_t>(v);
+            break;
+        case 4:
+            __DOWN_X__ = static_cast<int32_t>(v);
+            break;
+        case 5:
+            __DOWN_Y__ = static_cast<int32_t>(v);
+            break;
+        case 6:
+            __UP_X__ = static_cast<int32_t>(v);
+            break;
+        case 7:
+            __UP_Y__ = static_cast<int32_t>(v);
+            break;
+        case 8:
+            __TS__ = v;
+            break;
+        case 9:
+            __ACTION_ID__ = static_cast<int32_t>(v);
+            break;
+        case 11:
+            __EVENT_TIME_START__ = v;
+            break;
+        case 12:
+            __EVENT_TIME_END__ = v;
+            break;
+        case 13:
+            __OFFSET_X__ = static_cast<int32_t>(v);
+            break;
+        case 14:
+            __OFFSET_Y__ = static_cast<int32_t>(v);
+            break;
+        case 15:
+            __VIDEO_TIME__ = static_cast<int32_t>(v);
+            break;
+        case 16:
+            __VIDEO_BEHAVIOR__ = static_cast<int8_t>(v);
+            break;
+        case 17:
+            __VIDEO_START_TIME__ = static_cast<int32_t>(v);
+            break;
+        case 18:
+            __VIDEO_END_TIME__ = static_cast<int32_t>(v);
+            break;
+        case 19:
+            __VIDEO_PLAY_FIRSR_FRAME__ = static_cast<int8_t>(v);
+            break;
+        case 20:
+            __VIDEO_PLAY_LAST_FRAME__ = static_cast<int8_t>(v);
+            break;
+        case 21:
+            __VIDEO_SCENE__ = static_cast<int16_t>(v);
+            break;
+        case 22:
+            __VIDEO_PLAY_TYPE__ = static_cast<int8_t>(v);
+            break;
+        case 23:
+            __VIDEO_STATUS__ = static_cast<int8_t>(v);
+            break;
+        default:
+            break;
+    }
+}
+
+int PeloraTrackReplace::rowOfToken(std::string_view token) {
+    for (int row = 0; row < kMacroCount; ++row)
+        if (kTokens[row] == token) return row;
+    return -1;
+}
+
+std::string PeloraTrackReplace::replacedString(std::string_view text, std::string_view target,
+                                               int64_t value, int64_t defalutV, bool useDefault) {
+    if (target.empty() || text.find(target) == std::string_view::npos) return std::string(text);
+    std::string out;
+    if (value != kUnset) {
+        replaceAll(out, text, target, decimal(value).view());
+        return out;
+    }
+    if (useDefault) {
+        replaceAll(out, text, target, decimal(defalutV).view());
+        return out;
+    }
+    return std::string(text);
+}
+
+std::string PeloraTrackReplace::replacedString(std::string_view text, std::string_view target,
+                                               const std::string& str_value,
+                                               const std::string& defalutV, bool useDefault) {
+    if (target.empty() || text.find(target) == std::string_view::npos) return std::string(text);
+    std::string out;
+    if (str_value == "-1") {
+        if (!useDefault) return std::string(text);
+        replaceAll(out, text, target, defalutV);
+        return out;
+    }
+    replaceAll(out, text, target, str_value);
+    return out;
+}
+
+std::string PeloraTrackReplace::replacedString(std::string_view text) const {
+    RowValue values[kMacroCount];
+    for (int row = 0; row < kMacroCount; ++row) {
+        if (row == kClickIdRow) continue;
+        int64_t v = numericValue(row);
+        const bool touch = row >= 4 && row <= 7;
+        if (v != kUnset) {
+            values[row].active = true;
+            values[row].text = decimal(v);
+        } else if (touch) {
+            values[row].active = true;
+            values[row].text = decimal(kTouchFallback);
+        }
+    }
+
+    std::string out;
+    if (__CLICK_ID__ == "-1") {
+        // The click id stays literal (the case of every event this SDK sends): all remaining
+        // rows are numeric and resolve in one scan.
+        applyNumericRows(out, text, values, 0, kMacroCount);
+        return out;
+    }
+    // A click id is arbitrary text that may hold (or, with its neighbours, form) later
+    // tokens, so the rows after it must see the text with the click id in place.
+    std::string stage;
+    applyNumericRows(stage, text, values, 0, kClickIdRow);
+    std::string withClick;
+    if (stage.find(kTokens[kClickIdRow]) != std::string::npos) {
+        replaceAll(withClick, stage, kTokens[kClickIdRow], __CLICK_ID__);
+    } else {
+        withClick = std::move(stage);
+    }
+    applyNumericRows(out, withClick, values, kClickIdRow + 1, kMacroCount);
+    return out;
+}
