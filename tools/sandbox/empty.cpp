@@ -1,1 +1,0 @@
-// Keeps the sandbox library non-empty while its sources are written.

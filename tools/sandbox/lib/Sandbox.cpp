@@ -1,0 +1,500 @@
+#include "pelora/sandbox/Sandbox.h"
+
+#include <httplib.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <thread>
+
+#include "Inventory.h"
+
+namespace pelora::sandbox {
+
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kFetchPath = "/api/v1/advert/fetch";
+
+int64_t nowMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+std::optional<std::string> readWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream out;
+    out << in.rdbuf();
+    if (in.bad()) return std::nullopt;
+    return out.str();
+}
+
+std::string executableDir() {
+    std::error_code ec;
+    auto exe = fs::read_symlink("/proc/self/exe", ec);
+    if (ec) return {};
+    return exe.parent_path().string();
+}
+
+// The first directory holding the shipped sandbox data: an explicit override, a copy next
+// to the program, then the source tree this binary was built from.
+std::string sandboxDataDir() {
+    std::vector<std::string> candidates;
+    if (const char* env = std::getenv("PELORA_SANDBOX_DIR"); env && *env) candidates.push_back(env);
+    if (auto dir = executableDir(); !dir.empty()) candidates.push_back(dir + "/sandbox");
+#ifdef PELORA_SOURCE_DIR
+    candidates.push_back(std::string(PELORA_SOURCE_DIR) + "/tools/sandbox");
+#endif
+    for (const auto& dir : candidates) {
+        std::error_code ec;
+        if (fs::exists(dir + "/inventory/default.json", ec)) return dir;
+    }
+    return candidates.empty() ? std::string(".") : candidates.back();
+}
+
+// Creative names are one or more plain path segments; anything that could climb out of the
+// creatives folder is refused before the file system sees it.
+bool safeCreativeName(const std::string& name) {
+    if (name.empty() || name.front() == '/' || name.size() > 255) return false;
+    for (char c : name) {
+        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                  c == '.' || c == '_' || c == '-' || c == '/' || c == '@';
+        if (!ok) return false;
+    }
+    std::stringstream segments(name);
+    std::string segment;
+    while (std::getline(segments, segment, '/')) {
+        if (segment.empty() || segment == "." || segment == "..") return false;
+    }
+    return name.back() != '/';
+}
+
+std::string mimeTypeFor(const std::string& name) {
+    auto ext = fs::path(name).extension().string();
+    for (auto& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext == ".png") return "image/png";
+    if (ext == ".jpg" || ext == ".jpeg") return "image/jpeg";
+    if (ext == ".gif") return "image/gif";
+    if (ext == ".mp4") return "video/mp4";
+    if (ext == ".webm") return "video/webm";
+    if (ext == ".json") return "application/json";
+    if (ext == ".html") return "text/html";
+    return "application/octet-stream";
+}
+
+std::map<std::string, std::string> firstParams(const httplib::Params& params) {
+    std::map<std::string, std::string> out;
+    for (const auto& [key, value] : params) out.emplace(key, value);
+    return out;
+}
+
+std::string rawQuery(const std::string& target) {
+    auto q = target.find('?');
+    return q == std::string::npos ? std::string() : target.substr(q + 1);
+}
+
+json recordToJson(const TrackingRecord& r) {
+    return json{{"timeMs", r.timeMs},
+                {"method", r.method},
+                {"url", r.url},
+                {"path", r.path},
+                {"query", r.query},
+                {"params", r.params},
+                {"contentType", r.contentType},
+                {"body", r.body},
+                {"slot", r.slot},
+                {"adId", r.adId},
+                {"trackType", r.trackType}};
+}
+
+json fetchToJson(const FetchRecord& r) {
+    return json{{"timeMs", r.timeMs},
+                {"url", r.url},
+                {"query", r.query},
+                {"params", r.params},
+                {"contentType", r.contentType},
+                {"body", r.body},
+                {"slotId", r.slotId},
+                {"status", r.status}};
+}
+
+}  // namespace
+
+struct Sandbox::Impl {
+    Inventory inventory;
+    std::string creativesDir;
+    std::string host;
+    std::unique_ptr<httplib::Server> server;
+    std::thread thread;
+    std::atomic<int> port{0};
+
+    mutable std::mutex mutex;
+    mutable std::condition_variable changed;  // new records, or stopping
+    bool stopping = false;
+    bool running = false;
+    std::vector<TrackingRecord> tracking;
+    std::vector<FetchRecord> fetches;
+    std::function<void(const TrackingRecord&)> observer;
+
+    std::string base() const { return "http://" + host + ":" + std::to_string(port.load()); }
+
+    // Waits up to `ms` unless the server stops first; true when it was interrupted.
+    bool holdFor(int64_t ms) {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, std::chrono::milliseconds(ms), [&] { return stopping; });
+    }
+
+    void routes() {
+        server->Post(kFetchPath, [this](const httplib::Request& req, httplib::Response& res) {
+            onFetch(req, res);
+        });
+        server->Get(kFetchPath, [](const httplib::Request&, httplib::Response& res) {
+            res.status = 405;
+            res.set_content("{\"error\":\"use POST\"}", "application/json");
+        });
+        server->Get(R"(/creatives/(.+))", [this](const httplib::Request& req,
+                                                 httplib::Response& res) { onCreative(req, res); });
+        auto track = [this](const httplib::Request& req, httplib::Response& res) {
+            onTrack(req, res);
+        };
+        server->Get(R"(/track/.*)", track);
+        server->Post(R"(/track/.*)", track);
+        server->Put(R"(/track/.*)", track);
+        // Landing pages of the shipped ads, so a click never leaves the machine.
+        server->Get(R"(/landing/.*)", [](const httplib::Request& req, httplib::Response& res) {
+            std::string page =
+                "<!doctype html><title>Pelora sandbox</title><h1>Landing page</h1>"
+                "<p>You reached the sandbox landing page for <code>";
+            for (char c : req.path) {
+                if (c == '<' || c == '>' || c == '&' || c == '"') continue;
+                page += c;
+            }
+            page += "</code>.</p>";
+            res.set_content(page, "text/html");
+        });
+        server->Get("/sandbox/records", [this](const httplib::Request&, httplib::Response& res) {
+            res.set_content(recordsJson(), "application/json");
+        });
+        server->Get("/sandbox/fetches", [this](const httplib::Request&, httplib::Response& res) {
+            json out = {{"fetches", json::array()}};
+            std::lock_guard lock(mutex);
+            for (const auto& f : fetches) out["fetches"].push_back(fetchToJson(f));
+            res.set_content(out.dump(2), "application/json");
+        });
+        auto clear = [this](const httplib::Request&, httplib::Response& res) {
+            std::lock_guard lock(mutex);
+            tracking.clear();
+            fetches.clear();
+            res.status = 204;
+        };
+        server->Delete("/sandbox/records", clear);
+        server->Post("/sandbox/records/clear", clear);
+        server->Get("/sandbox/slots", [this](const httplib::Request&, httplib::Response& res) {
+            json out = json::object();
+            for (const auto& [id, slot] : inventory.slots) {
+                out[id] = {{"description", slot.description},
+                           {"ads", slot.ads.size()},
+                           {"status", slot.simulate.status},
+                           {"delayMs", slot.simulate.delayMs},
+                           {"noAnswer", slot.simulate.noAnswer},
+                           {"body", bodyModeName(slot.simulate.body)}};
+            }
+            res.set_content(out.dump(2), "application/json");
+        });
+    }
+
+    std::string recordsJson() const {
+        json out = {{"records", json::array()}};
+        std::lock_guard lock(mutex);
+        for (const auto& r : tracking) out["records"].push_back(recordToJson(r));
+        return out.dump(2);
+    }
+
+    std::string fullUrl(const httplib::Request& req) const {
+        auto hostHeader = req.get_header_value("Host");
+        return "http://" +
+               (hostHeader.empty() ? host + ":" + std::to_string(port.load()) : hostHeader) +
+               req.target;
+    }
+
+    void onFetch(const httplib::Request& req, httplib::Response& res) {
+        FetchRecord record;
+        record.timeMs = nowMs();
+        record.url = fullUrl(req);
+        record.query = rawQuery(req.target);
+        record.params = firstParams(req.params);
+        record.contentType = req.get_header_value("Content-Type");
+        record.body = req.body;
+        json body = json::parse(req.body, nullptr, /*allow_exceptions=*/false);
+        if (body.is_object() && body.contains("slot") && body["slot"].is_object() &&
+            body["slot"].contains("slotId") && body["slot"]["slotId"].is_string()) {
+            record.slotId = body["slot"]["slotId"].get<std::string>();
+        }
+
+        const SlotEntry* slot = nullptr;
+        if (auto it = inventory.slots.find(record.slotId); it != inventory.slots.end())
+            slot = &it->second;
+        const Simulation& sim = slot ? slot->simulate : inventory.unknownSlot;
+
+        if (sim.noAnswer) {
+            // Recorded before holding, so a test can see the request arrived while its
+            // client is still waiting for an answer that never comes.
+            size_t index = appendFetch(record);
+            holdFor(sim.holdMs);
+            res.status = 503;
+            setFetchStatus(index, 0);
+            return;
+        }
+        if (sim.delayMs > 0 && holdFor(sim.delayMs)) {
+            res.status = 503;
+            record.status = 503;
+            appendFetch(record);
+            return;
+        }
+
+        res.status = sim.status;
+        record.status = sim.status;
+        json envelope;
+        std::string reqId = req.has_param("reqId") ? req.get_param_value("reqId") : std::string();
+        switch (sim.body) {
+            case BodyMode::Empty:
+                // httplib would otherwise write an error page for statuses >= 400.
+                res.set_content("", sim.contentType);
+                break;
+            case BodyMode::Malformed:
+                res.set_content("{\"code\":0,\"data\":{\"ads\":[{\"adId\":", sim.contentType);
+                break;
+            case BodyMode::Raw:
+                res.set_content(sim.rawBody, sim.contentType);
+                break;
+            case BodyMode::NoData:
+                envelope = {{"code", sim.code}, {"msg", "no data (simulated)"}};
+                res.set_content(envelope.dump(), sim.contentType);
+                break;
+            case BodyMode::NoAds:
+            case BodyMode::Ads: {
+                json ads = json::array();
+                if (sim.body == BodyMode::Ads && slot)
+                    ads = expandAds(slot->ads, base(), record.slotId);
+                envelope = {
+                    {"code", sim.code},
+                    {"data", {{"reqId", reqId}, {"provider", inventory.provider}, {"ads", ads}}}};
+                res.set_content(envelope.dump(), sim.contentType);
+                break;
+            }
+        }
+        appendFetch(record);
+    }
+
+    size_t appendFetch(const FetchRecord& record) {
+        std::lock_guard lock(mutex);
+        fetches.push_back(record);
+        changed.notify_all();
+        return fetches.size() - 1;
+    }
+
+    void setFetchStatus(size_t index, int status) {
+        std::lock_guard lock(mutex);
+        if (index < fetches.size()) fetches[index].status = status;
+    }
+
+    void onCreative(const httplib::Request& req, httplib::Response& res) {
+        const std::string name = req.matches.size() > 1 ? req.matches[1].str() : std::string();
+        if (!safeCreativeName(name)) {
+            res.status = 400;
+            return;
+        }
+        auto bytes = readWholeFile(creativesDir + "/" + name);
+        if (!bytes) {
+            res.status = 404;
+            res.set_content("", "text/plain");
+            return;
+        }
+        res.set_content(*bytes, mimeTypeFor(name));
+    }
+
+    void onTrack(const httplib::Request& req, httplib::Response& res) {
+        TrackingRecord record;
+        record.timeMs = nowMs();
+        record.method = req.method;
+        record.url = fullUrl(req);
+        record.path = req.path;
+        record.query = rawQuery(req.target);
+        record.params = firstParams(req.params);
+        record.contentType = req.get_header_value("Content-Type");
+        record.body = req.body;
+        // "/track/<slot>/<adId>/<trackType>"; anything else is still recorded as sent.
+        std::vector<std::string> parts;
+        std::stringstream segments(req.path);
+        for (std::string part; std::getline(segments, part, '/');) parts.push_back(part);
+        if (parts.size() >= 5) {
+            record.slot = parts[2];
+            record.adId = parts[3];
+            try {
+                record.trackType = std::stoll(parts[4]);
+            } catch (...) {
+                record.trackType = 0;
+            }
+        }
+        std::function<void(const TrackingRecord&)> notify;
+        {
+            std::lock_guard lock(mutex);
+            tracking.push_back(record);
+            notify = observer;
+            changed.notify_all();
+        }
+        if (notify) notify(record);
+        res.status = 204;
+    }
+};
+
+Sandbox::Sandbox() : impl_(std::make_unique<Impl>()) {}
+
+Sandbox::~Sandbox() {
+    stop();
+}
+
+bool Sandbox::start(const SandboxOptions& options, std::string* error) {
+    auto fail = [&](const std::string& why) {
+        if (error) *error = why;
+        return false;
+    };
+    if (running()) return fail("already running");
+
+    const std::string inventoryPath =
+        options.inventoryPath.empty() ? defaultInventoryPath() : options.inventoryPath;
+    auto text = readWholeFile(inventoryPath);
+    if (!text) return fail("cannot read inventory " + inventoryPath);
+    std::string parseError;
+    auto inventory = parseInventory(*text, &parseError);
+    if (!inventory) return fail(inventoryPath + ": " + parseError);
+
+    impl_->inventory = std::move(*inventory);
+    impl_->creativesDir =
+        options.creativesDir.empty() ? defaultCreativesDir() : options.creativesDir;
+    impl_->host = options.host;
+    {
+        std::lock_guard lock(impl_->mutex);
+        impl_->stopping = false;
+        impl_->tracking.clear();
+        impl_->fetches.clear();
+    }
+
+    impl_->server = std::make_unique<httplib::Server>();
+    // One request per connection: an idle keep-alive connection would otherwise pin a worker
+    // and make stop() wait for the keep-alive time-out.
+    impl_->server->set_keep_alive_max_count(1);
+    impl_->server->set_read_timeout(5, 0);
+    // Address reuse lets a restarted sandbox take its port back at once, but unlike the
+    // library's default no port sharing: a second server on a busy port must fail loudly.
+    impl_->server->set_socket_options([](int sock) {
+        int yes = 1;
+        ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    });
+    impl_->routes();
+
+    int port = options.port == 0
+                   ? impl_->server->bind_to_any_port(options.host)
+                   : (impl_->server->bind_to_port(options.host, options.port) ? options.port : -1);
+    if (port <= 0) {
+        impl_->server.reset();
+        return fail("cannot listen on " + options.host + ":" + std::to_string(options.port));
+    }
+    impl_->port = port;
+    impl_->thread = std::thread([server = impl_->server.get()] { server->listen_after_bind(); });
+    // stop() only takes effect once the listener runs, so wait for it here (bounded).
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!impl_->server->is_running() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    {
+        std::lock_guard lock(impl_->mutex);
+        impl_->running = true;
+    }
+    return true;
+}
+
+void Sandbox::stop() {
+    {
+        std::lock_guard lock(impl_->mutex);
+        if (!impl_->running && !impl_->thread.joinable()) return;
+        impl_->stopping = true;
+        impl_->running = false;
+        impl_->changed.notify_all();  // releases held and delayed answers
+    }
+    if (impl_->server) impl_->server->stop();
+    if (impl_->thread.joinable()) impl_->thread.join();
+    impl_->server.reset();
+}
+
+bool Sandbox::running() const {
+    std::lock_guard lock(impl_->mutex);
+    return impl_->running;
+}
+
+int Sandbox::port() const {
+    return impl_->port.load();
+}
+
+std::string Sandbox::baseUrl() const {
+    return impl_->base();
+}
+
+std::string Sandbox::fetchUrl() const {
+    return baseUrl() + kFetchPath;
+}
+
+std::vector<TrackingRecord> Sandbox::trackingRecords() const {
+    std::lock_guard lock(impl_->mutex);
+    return impl_->tracking;
+}
+
+std::vector<FetchRecord> Sandbox::fetchRecords() const {
+    std::lock_guard lock(impl_->mutex);
+    return impl_->fetches;
+}
+
+void Sandbox::clearRecords() {
+    std::lock_guard lock(impl_->mutex);
+    impl_->tracking.clear();
+    impl_->fetches.clear();
+}
+
+bool Sandbox::waitForTrackingRecords(size_t count, std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(impl_->mutex);
+    return impl_->changed.wait_for(lock, timeout, [&] { return impl_->tracking.size() >= count; });
+}
+
+bool Sandbox::waitForFetchRecords(size_t count, std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(impl_->mutex);
+    return impl_->changed.wait_for(lock, timeout, [&] { return impl_->fetches.size() >= count; });
+}
+
+void Sandbox::setTrackingObserver(std::function<void(const TrackingRecord&)> observer) {
+    std::lock_guard lock(impl_->mutex);
+    impl_->observer = std::move(observer);
+}
+
+std::string Sandbox::trackingRecordsJson() const {
+    return impl_->recordsJson();
+}
+
+std::string Sandbox::defaultInventoryPath() {
+    return sandboxDataDir() + "/inventory/default.json";
+}
+
+std::string Sandbox::defaultCreativesDir() {
+    return sandboxDataDir() + "/creatives";
+}
+
+}  // namespace pelora::sandbox
