@@ -154,7 +154,18 @@ struct LoopbackServer::Impl {
         }
         res.status = answer.status;
         for (const auto& [k, v] : answer.headers) res.set_header(k, v);
-        if (!answer.body.empty() || !answer.contentType.empty()) {
+        if (answer.chunked) {
+            auto body = std::make_shared<std::string>(std::move(answer.body));
+            res.set_chunked_content_provider(
+                answer.contentType, [body](size_t offset, httplib::DataSink& sink) {
+                    if (offset >= body->size()) {
+                        sink.done();
+                        return true;
+                    }
+                    size_t n = std::min<size_t>(4096, body->size() - offset);
+                    return sink.write(body->data() + offset, n);
+                });
+        } else if (!answer.body.empty() || !answer.contentType.empty()) {
             res.set_content(answer.body, answer.contentType.c_str());
         }
     }
@@ -165,6 +176,7 @@ LoopbackServer::LoopbackServer() : LoopbackServer(Options{}) {}
 LoopbackServer::LoopbackServer(Options options) : impl_(std::make_unique<Impl>()) {
     auto& svr = impl_->server;
     svr.set_keep_alive_timeout(options.keepAliveSeconds);
+    svr.set_tcp_nodelay(true);
     auto handler = [impl = impl_.get()](const httplib::Request& req, httplib::Response& res) {
         impl->handle(req, res);
     };

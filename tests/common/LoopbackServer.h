@@ -42,6 +42,8 @@ struct LoopbackResponse {
     double delaySeconds = 0;
     // Never answer; the handler is released only by stop().
     bool neverAnswer = false;
+    // Send the body in chunks without a Content-Length (a body of unknown length).
+    bool chunked = false;
 
     static LoopbackResponse text(std::string body, int status = 200);
     static LoopbackResponse json(std::string body, int status = 200);

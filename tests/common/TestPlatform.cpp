@@ -33,6 +33,8 @@ TestPlatform::TestPlatform(ClockKind kind) {
     device = std::make_shared<FakeDeviceInfo>();
     device->bundlePath = root_ + "/Bundle";
     reachability = std::make_shared<FakeReachabilityService>();
+    opener = std::make_shared<RecordingUrlOpener>(loop);
+    urlOpener = opener;
     install();
 }
 

@@ -10,6 +10,7 @@
 #include "pelora/testing/FakeDeviceInfo.h"
 #include "pelora/testing/FakeReachability.h"
 #include "pelora/testing/ManualClock.h"
+#include "pelora/testing/RecordingUrlOpener.h"
 
 namespace pelora::testing {
 
@@ -64,6 +65,8 @@ class TestPlatform {
     std::shared_ptr<FakeDeviceInfo> device;
     std::shared_ptr<FakeReachabilityService> reachability;
     // Set by the fixtures of the features that need them.
+    // urlOpener starts as `opener`, a RecordingUrlOpener on this loop (success by default).
+    std::shared_ptr<RecordingUrlOpener> opener;
     std::shared_ptr<platform::UrlOpener> urlOpener;
     std::shared_ptr<platform::ImageDecoder> imageDecoder;
 
