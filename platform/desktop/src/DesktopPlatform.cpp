@@ -4,6 +4,7 @@
 #include "pelora/desktop/DesktopFileSystem.h"
 #include "pelora/desktop/EventRunLoop.h"
 #include "pelora/desktop/LinuxReachability.h"
+#include "pelora/desktop/StbImageDecoder.h"
 
 namespace pelora::desktop {
 
@@ -34,6 +35,7 @@ platform::Services makeDesktopServices(const DesktopOptions& options) {
 
     s.reachability = std::make_shared<LinuxReachabilityService>();
     // urlOpener and imageDecoder come from their own backends once those exist.
+    s.imageDecoder = std::make_shared<StbImageDecoder>();
     return s;
 }
 
