@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "pelora/desktop/CurlHttpSession.h"
+#include "pelora/desktop/StbImageDecoder.h"
 
 namespace pelora::testing {
 
@@ -35,6 +36,7 @@ TestPlatform::TestPlatform(ClockKind kind) {
     reachability = std::make_shared<FakeReachabilityService>();
     opener = std::make_shared<RecordingUrlOpener>(loop);
     urlOpener = opener;
+    imageDecoder = std::make_shared<desktop::StbImageDecoder>();
     install();
 }
 

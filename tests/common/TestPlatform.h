@@ -20,8 +20,8 @@ namespace pelora::testing {
 //  - http: the real libcurl session factory (talk only to a LoopbackServer);
 //  - files: DesktopFileSystem rooted in a fresh temporary directory, removed at destruction;
 //  - device: FakeDeviceInfo with realistic defaults; reachability: FakeReachabilityService;
-//  - urlOpener, imageDecoder: null unless the test (or a later fixture) sets them and calls
-//    install() again.
+//  - imageDecoder: the stb decoder; urlOpener: a RecordingUrlOpener; a test may replace
+//    either and call install() again.
 // Nothing is restored at destruction: every test installs its own set.
 //
 // Waiting: with a manual clock, time moves only through advance(); network completions
