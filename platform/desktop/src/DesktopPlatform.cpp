@@ -5,6 +5,7 @@
 #include "pelora/desktop/EventRunLoop.h"
 #include "pelora/desktop/LinuxReachability.h"
 #include "pelora/desktop/StbImageDecoder.h"
+#include "pelora/desktop/XdgUrlOpener.h"
 
 namespace pelora::desktop {
 
@@ -34,8 +35,8 @@ platform::Services makeDesktopServices(const DesktopOptions& options) {
     s.device = std::make_shared<DesktopDeviceInfo>(device);
 
     s.reachability = std::make_shared<LinuxReachabilityService>();
-    // urlOpener and imageDecoder come from their own backends once those exist.
     s.imageDecoder = std::make_shared<StbImageDecoder>();
+    s.urlOpener = std::make_shared<XdgUrlOpener>("xdg-open", s.mainRunLoop);
     return s;
 }
 
