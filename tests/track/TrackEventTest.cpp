@@ -1,0 +1,324 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "LoopbackServer.h"
+#include "TestPlatform.h"
+#include "core/PeloraNetwork.h"
+#include "pelora/PeloraApiAd.h"
+#include "pelora/ui/UI.h"
+#include "track/PeloraTrackEvent.h"
+
+using namespace pelora;
+using pelora::platform::makeRect;
+using pelora::platform::UrlOpenPurpose;
+using pelora::testing::LoopbackResponse;
+using pelora::testing::LoopbackServer;
+using pelora::testing::RecordedRequest;
+using pelora::testing::TestPlatform;
+
+namespace {
+
+constexpr const char* kNowMs = "1767225600000";  // the manual clock's wall time
+
+class TrackEventTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        PeloraNetwork::resetSessionsForTesting();
+        for (const char* path :
+             {"/imp", "/click", "/post", "/dl16", "/dl17", "/v31", "/v32", "/settle"})
+            server.on(path, LoopbackResponse::text("", 204));
+        window->addSubview(container);
+        container->addSubview(clickView);
+    }
+    void TearDown() override { PeloraNetwork::resetSessionsForTesting(); }
+
+    std::shared_ptr<PeloraRespTrackObject> track(
+        int64_t type, std::vector<std::string> urls,
+        std::optional<std::string> method = std::nullopt,
+        std::optional<std::string> contentType = std::nullopt,
+        std::optional<std::string> content = std::nullopt) {
+        auto t = std::make_shared<PeloraRespTrackObject>();
+        t->trackType = type;
+        for (auto& u : urls) u = server.url(u);
+        t->urls = urls;
+        t->method = method;
+        t->contentType = contentType;
+        t->content = content;
+        return t;
+    }
+
+    std::shared_ptr<PeloraApiAd> ad(std::vector<std::shared_ptr<PeloraRespTrackObject>> tracks) {
+        auto a = std::make_shared<PeloraApiAd>();
+        a->adId = "ad-1";
+        a->reqSlotW = 640;
+        a->reqSlotH = 100;
+        a->clickAdUrl = "https://land.example/page";
+        a->interactionType = 1;
+        a->setTrackUrls(std::move(tracks));
+        return a;
+    }
+
+    std::shared_ptr<PeloraTrackEvent> tracker() {
+        auto t = PeloraTrackEvent::init();
+        t->setOnAdExposed([this](std::shared_ptr<PeloraApiAd> a) { exposed.push_back(a); });
+        t->setOnAdClicked([this](std::shared_ptr<ui::View> v, std::shared_ptr<PeloraApiAd>) {
+            clicked.push_back(v);
+        });
+        return t;
+    }
+
+    // Waits until every request issued so far has been answered: a last request goes out
+    // after them and its completion is awaited.
+    std::vector<RecordedRequest> settle() {
+        bool done = false;
+        PeloraNetwork::get(
+            server.url("/settle"), nullptr, nullptr,
+            [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
+        EXPECT_TRUE(tp.waitFor([&] { return done; }, 10));
+        std::vector<RecordedRequest> out;
+        for (auto& r : server.requests())
+            if (r.path != "/settle") out.push_back(r);
+        return out;
+    }
+
+    std::vector<RecordedRequest> to(const std::string& path) {
+        std::vector<RecordedRequest> out;
+        for (auto& r : settle())
+            if (r.path == path) out.push_back(r);
+        return out;
+    }
+
+    LoopbackServer server;
+    TestPlatform tp;
+    std::shared_ptr<ui::Window> window = std::make_shared<ui::Window>(makeRect(0, 0, 320, 480));
+    std::shared_ptr<ui::View> container =
+        std::make_shared<ui::View>(makeRect(20, 40, 300.9, 250.5));
+    std::shared_ptr<ui::View> clickView = std::make_shared<ui::View>(makeRect(10, 10, 100, 50));
+    std::vector<std::shared_ptr<PeloraApiAd>> exposed;
+    std::vector<std::shared_ptr<ui::View>> clicked;
+};
+
+}  // namespace
+
+TEST_F(TrackEventTest, ImpressionNeedsOpacityOfAtLeastPointTwoAtBindTime) {
+    auto a = ad({track(
+        1, {"/imp?w=__WIDTH__&h=__HEIGHT__&rw=__REQ_WIDTH__&rh=__REQ_HEIGHT__"
+            "&ts=__TS__&es=__EVENT_TIME_START__&dx=__DOWN_X__&ox=__OFFSET_X__&c=__CLICK_ID__"})});
+    auto t = tracker();
+    container->setAlpha(0.19);
+    t->bindAd(a, container, {clickView});
+    EXPECT_TRUE(to("/imp").empty());
+    EXPECT_FALSE(a->exposed_upload);
+    EXPECT_TRUE(exposed.empty());
+
+    // Becoming visible later does not count by itself; binding again does.
+    container->setAlpha(0.2);
+    EXPECT_TRUE(to("/imp").empty());
+    t->bindAd(a, container, {clickView});
+    auto imps = to("/imp");
+    ASSERT_EQ(imps.size(), 1u);
+    EXPECT_EQ(imps[0].method, "GET");
+    EXPECT_EQ(imps[0].query, std::string("w=300&h=250&rw=640&rh=100&ts=") + kNowMs +
+                                 "&es=" + kNowMs + "&dx=-999&ox=__OFFSET_X__&c=__CLICK_ID__");
+    EXPECT_TRUE(a->exposed_upload);
+    ASSERT_EQ(exposed.size(), 1u);
+    EXPECT_EQ(exposed[0], a);
+
+    // The mark lives on the ad: a second bind, even by another tracker, sends nothing.
+    t->bindAd(a, container, {clickView});
+    tracker()->bindAd(a, container, {clickView});
+    EXPECT_EQ(to("/imp").size(), 1u);
+    EXPECT_EQ(exposed.size(), 1u);
+}
+
+TEST_F(TrackEventTest, HiddenContainerAndMissingImpressionObject) {
+    auto hiddenAd = ad({track(1, {"/imp"})});
+    container->setHidden(true);
+    tracker()->bindAd(hiddenAd, container, {});
+    EXPECT_FALSE(hiddenAd->exposed_upload);
+
+    // Without an impression object the ad still counts as exposed, silently.
+    container->setHidden(false);
+    auto bare = ad({track(2, {"/click"})});
+    tracker()->bindAd(bare, container, {});
+    EXPECT_TRUE(bare->exposed_upload);
+    EXPECT_TRUE(settle().empty());
+    EXPECT_TRUE(exposed.empty());
+}
+
+TEST_F(TrackEventTest, ThreeTapsOpenThreeTimesButTrackTheClickOnce) {
+    auto a =
+        ad({track(2, {"/click?dx=__DOWN_X__&dy=__DOWN_Y__&ux=__UP_X__&uy=__UP_Y__&ox=__OFFSET_X__"
+                      "&oy=__OFFSET_Y__&w=__WIDTH__&ts=__TS__"})});
+    auto t = tracker();
+    t->bindAd(a, container, {clickView});
+    EXPECT_TRUE(clickView->userInteractionEnabled());
+
+    // Window (35.7, 55.9) is (15.7, 15.9) in the container: measured there, not in the
+    // tapped view.
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(window->sendTap({35.7, 55.9}));
+    EXPECT_EQ(clicked, (std::vector<std::shared_ptr<ui::View>>(3, clickView)));
+    auto opened = tp.opener->requests();
+    ASSERT_EQ(opened.size(), 3u);
+    for (auto& o : opened) {
+        EXPECT_EQ(o.url, "https://land.example/page");
+        EXPECT_EQ(o.purpose, UrlOpenPurpose::LandingPage);
+    }
+    auto clicks = to("/click");
+    ASSERT_EQ(clicks.size(), 1u);
+    EXPECT_EQ(clicks[0].query,
+              std::string("dx=15&dy=15&ux=15&uy=15&ox=15&oy=15&w=300&ts=") + kNowMs);
+    EXPECT_TRUE(a->adTrackVO()->front()->clicked_upload);
+}
+
+TEST_F(TrackEventTest, MarkerRecognizerIsAddedOnceAndKeepsItsTracker) {
+    auto a = ad({});
+    auto first = tracker();
+    first->bindAd(a, container, {clickView});
+    first->bindAd(a, container, {clickView});
+    auto second = PeloraTrackEvent::init();
+    int secondClicks = 0;
+    second->setOnAdClicked([&](auto, auto) { ++secondClicks; });
+    second->bindAd(a, container, {clickView});
+    ASSERT_EQ(clickView->gestureRecognizers().size(), 1u);
+    EXPECT_EQ(clickView->gestureRecognizers()[0]->className(), "_PeloraApiTapGesture");
+    window->sendTap({35, 55});
+    EXPECT_EQ(clicked.size(), 1u);
+    EXPECT_EQ(secondClicks, 0);
+
+    // A tracker that is gone leaves a recognizer that does nothing.
+    first.reset();
+    window->sendTap({35, 55});
+    EXPECT_EQ(clicked.size(), 1u);
+}
+
+TEST_F(TrackEventTest, PostObjectsSendTheRewrittenBodyWithTheirContentType) {
+    auto a = ad({
+        track(1, {"/imp?m=put"}, "PUT", "text/plain"),
+        track(2, {"/post?n=1&x=__DOWN_X__", "/post?n=2"}, "post", "application/json",
+              "{\"ts\":__TS__,\"x\":__DOWN_X__,\"w\":__WIDTH__}"),
+    });
+    auto t = tracker();
+    t->bindAd(a, container, {clickView});
+    window->sendTap({35, 55});
+
+    auto imps = to("/imp");
+    ASSERT_EQ(imps.size(), 1u);
+    EXPECT_EQ(imps[0].method, "GET");  // any method but POST is a GET
+    EXPECT_EQ(imps[0].header("Content-Type"), "text/plain");
+
+    auto posts = to("/post");
+    ASSERT_EQ(posts.size(), 2u);
+    std::vector<std::string> queries;
+    for (auto& p : posts) {
+        EXPECT_EQ(p.method, "POST");
+        EXPECT_EQ(p.header("Content-Type"), "application/json");
+        EXPECT_EQ(p.body, std::string("{\"ts\":") + kNowMs + ",\"x\":15,\"w\":300}");
+        queries.push_back(p.query);
+    }
+    std::sort(queries.begin(), queries.end());
+    EXPECT_EQ(queries, (std::vector<std::string>{"n=1&x=15", "n=2"}));
+}
+
+TEST_F(TrackEventTest, FailingDeepLinkOpensTheLandingPageAndTracksCode16OncePerAd) {
+    auto a = ad({track(2, {"/click"}), track(16, {"/dl16?dx=__DOWN_X__"}), track(17, {"/dl17"})});
+    a->deeplink = "myapp://item?id=7";
+    tp.opener->failScheme("myapp");
+    auto t = tracker();
+    t->bindAd(a, container, {clickView});
+
+    window->sendTap({35, 55});
+    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == 2; }));
+    window->sendTap({35, 55});
+    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == 4; }));
+
+    auto opened = tp.opener->requests();
+    EXPECT_EQ(opened[0].url, "myapp://item?id=7");
+    EXPECT_EQ(opened[0].purpose, UrlOpenPurpose::DeepLink);
+    EXPECT_FALSE(opened[0].result);
+    EXPECT_EQ(opened[1].url, "https://land.example/page");
+    EXPECT_EQ(opened[1].purpose, UrlOpenPurpose::LandingPage);
+    EXPECT_EQ(opened[2].url, opened[0].url);
+    EXPECT_EQ(opened[3].url, opened[1].url);
+
+    auto failures = to("/dl16");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].query, "dx=15");  // the record the click built
+    EXPECT_TRUE(to("/dl17").empty());
+    EXPECT_EQ(to("/click").size(), 1u);
+    EXPECT_EQ(a->uploadEventTypes, std::vector<int64_t>{16});
+}
+
+TEST_F(TrackEventTest, OpenedDeepLinkTracksCode17AndNoLandingPage) {
+    auto a = ad({track(16, {"/dl16"}), track(17, {"/dl17"})});
+    a->deeplink = "myapp://item";
+    auto t = tracker();
+    t->bindAd(a, container, {clickView});
+    window->sendTap({35, 55});
+    window->sendTap({35, 55});
+    ASSERT_TRUE(tp.waitFor([&] { return a->isUploaded(17); }));
+    tp.pump();
+    EXPECT_EQ(tp.opener->openedURLs(), (std::vector<std::string>{"myapp://item", "myapp://item"}));
+    EXPECT_EQ(to("/dl17").size(), 1u);
+    EXPECT_TRUE(to("/dl16").empty());
+}
+
+TEST_F(TrackEventTest, TriggerInteractionOpensWithoutClickTracking) {
+    auto a = ad({track(2, {"/click"}), track(16, {"/dl16?dx=__DOWN_X__&ox=__OFFSET_X__"})});
+    a->deeplink = "myapp://x";
+    tp.opener->failScheme("myapp");
+    auto t = tracker();
+    t->bindAd(a, container, {clickView});
+    t->triggerInteraction();
+    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == 2; }));
+    EXPECT_TRUE(clicked.empty());
+    EXPECT_TRUE(to("/click").empty());
+    auto failures = to("/dl16");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].query, "dx=-999&ox=__OFFSET_X__");  // no touch point
+}
+
+TEST_F(TrackEventTest, VideoEventsGoOutOncePerAdAndOnlyWithAnObject) {
+    auto video = std::make_shared<PeloraRespVideoObject>();
+    auto stranger = std::make_shared<PeloraRespVideoObject>();
+    auto startTrack =
+        track(31, {"/v31?t=__VIDEO_TIME__&sc=__VIDEO_SCENE__&f=__VIDEO_PLAY_FIRSR_FRAME__"});
+    auto clickTrack = track(2, {"/click"});
+    auto a = ad({startTrack, clickTrack});
+    a->videos = std::vector<std::shared_ptr<PeloraRespVideoObject>>{video};
+    auto t = tracker();
+    t->bindAd(a, container, {});
+    auto modifier = [](PeloraTrackReplace& r) {
+        r.__VIDEO_TIME__ = 30;
+        r.__VIDEO_SCENE__ = 3;
+    };
+
+    t->triggerTrackAdVideo(video, modifier, 31);
+    t->triggerTrackAdVideo(video, modifier, 31);
+    t->triggerTrackAdVideo(stranger, modifier, 32);
+    t->triggerTrackAdVideo(video, modifier, 2);   // clicks only come from taps
+    t->triggerTrackAdVideo(video, modifier, 32);  // no object yet: not marked
+    EXPECT_EQ(a->uploadEventTypes, std::vector<int64_t>{31});
+
+    a->setTrackUrls(std::vector<std::shared_ptr<PeloraRespTrackObject>>{startTrack, clickTrack,
+                                                                        track(32, {"/v32"})});
+    t->triggerTrackAdVideo(video, nullptr, 32);
+    t->triggerTrackAdVideo(stranger, nullptr, 32);
+
+    auto starts = to("/v31");
+    ASSERT_EQ(starts.size(), 1u);
+    EXPECT_EQ(starts[0].query, "t=30&sc=3&f=1");
+    EXPECT_EQ(to("/v32").size(), 1u);
+    EXPECT_TRUE(to("/click").empty());
+    EXPECT_FALSE(clickTrack->clicked_upload);
+}
+
+TEST_F(TrackEventTest, RefusesInvocationByName) {
+    auto t = PeloraTrackEvent::init();
+    EXPECT_EQ(t->interact()->eventTrack(), t);
+    EXPECT_EQ(t->performSelector("sendImpression", nullptr), nullptr);
+}
