@@ -1,0 +1,154 @@
+#pragma once
+
+// The splash ad: a full-screen view the host puts over its launch screen. It loads one ad,
+// shows its image (or its title), counts down five seconds next to a skip button, reports
+// exposure and clicks, and tells its delegate what happens. It never removes itself: the host
+// removes it after the countdown ended, after a skip or after a click.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "pelora/platform/Error.h"
+#include "pelora/platform/Geometry.h"
+#include "pelora/platform/RunLoop.h"
+#include "pelora/ui/Button.h"
+#include "pelora/ui/ImageView.h"
+#include "pelora/ui/Label.h"
+#include "pelora/ui/View.h"
+#include "pelora/ui/ViewController.h"
+
+class PeloraSplashAdView;
+class PeloraSplashAdConfig;
+struct PeloraSplashAd;
+class PeloraTrackEvent;
+
+// Callbacks of the splash view, all on the main thread and synchronous. Override the ones you
+// need; the others do nothing.
+class PeloraSplashAdViewDelegate {
+  public:
+    virtual ~PeloraSplashAdViewDelegate() = default;
+    // An ad arrived; rendering (countdown, image, exposure) starts right after this returns.
+    virtual void splashAdDidLoad(std::shared_ptr<PeloraSplashAdView> /*splashAd*/) {}
+    // Time-out, transport or server failure, or an answer without a usable ad.
+    virtual void splashAdDidFailWithError(std::shared_ptr<PeloraSplashAdView> /*splashAd*/,
+                                          const pelora::platform::Error& /*error*/) {}
+    // The ad was counted as exposed (at most once, while rendering).
+    virtual void splashAdDidShow(std::shared_ptr<PeloraSplashAdView> /*splashAd*/) {}
+    // The user tapped the ad; the countdown has stopped. Comes for every tap.
+    virtual void splashAdDidClick(std::shared_ptr<PeloraSplashAdView> /*splashAd*/) {}
+    // The user tapped skip; the countdown has stopped.
+    virtual void splashAdDidClickSkip(std::shared_ptr<PeloraSplashAdView> /*splashAd*/) {}
+    // The countdown reached 0.
+    virtual void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView> /*splashAd*/) {}
+};
+
+// What the splash loader tells its owner (the splash view implements it).
+class PeloraSplashAdConfigDelegate {
+  public:
+    virtual ~PeloraSplashAdConfigDelegate() = default;
+    // The request timed out (-1001).
+    virtual void pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig> /*config*/) {}
+    // Any other failure, as an error of the URL error domain with the transport's code.
+    virtual void pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig> /*config*/,
+                                       const pelora::platform::Error& /*error*/) {}
+    // Success; the splash ad's `ad` is null when the answer held no ad.
+    virtual void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig> /*config*/,
+                                      std::shared_ptr<PeloraSplashAd> /*splashAd*/) {}
+};
+
+class PeloraSplashAdView : public pelora::ui::View, public PeloraSplashAdConfigDelegate {
+  public:
+    // The interface file makes the view this way; hosts use initWithSlotID().
+    PeloraSplashAdView();
+    explicit PeloraSplashAdView(pelora::platform::Rect frame);
+    ~PeloraSplashAdView() override;
+
+    // Loads the interface file "PeloraSplashAdView" from the SDK's resource bundle and sets
+    // the slot and frame. Null when the bundle or the file is missing.
+    static std::shared_ptr<PeloraSplashAdView> initWithSlotID(const std::string& slotID,
+                                                              pelora::platform::Rect frame);
+    // A bare view with no sub-views and no set-up: not a working splash view.
+    static std::shared_ptr<PeloraSplashAdView> initWithFrame(pelora::platform::Rect frame);
+
+    std::string className() const override { return "PeloraSplashAdView"; }
+
+    // Starts the load. The time-out is the ad request's only limit; the image download
+    // that follows the load is not bounded by it.
+    void loadAdData();
+
+    // --- properties ----------------------------------------------------------------------
+    const std::optional<std::string>& slotID() const { return slotID_; }
+    void setSlotID(std::optional<std::string> slotID) { slotID_ = std::move(slotID); }
+    // Seconds; truncated to whole seconds when the load starts (2.9 gives 2).
+    double tolerateTimeout() const { return tolerateTimeout_; }
+    void setTolerateTimeout(double seconds) { tolerateTimeout_ = seconds; }
+    std::shared_ptr<PeloraSplashAdViewDelegate> delegate() const { return delegate_.lock(); }
+    void setDelegate(const std::shared_ptr<PeloraSplashAdViewDelegate>& delegate) {
+        delegate_ = delegate;
+    }
+    // The controller click destinations (landing pages) are presented from; held weakly.
+    std::shared_ptr<pelora::ui::ViewController> rootViewController() const {
+        return rootViewController_.lock();
+    }
+    void setRootViewController(const std::shared_ptr<pelora::ui::ViewController>& controller) {
+        rootViewController_ = controller;
+    }
+    bool hideSkipButton() const { return hideSkipButton_; }
+    // Hides or shows the countdown label, the skip button and their container together.
+    void setHideSkipButton(bool hide);
+    int64_t countDown() const { return countDown_; }
+    void setCountDown(int64_t seconds) { countDown_ = seconds; }
+    const std::shared_ptr<pelora::platform::Timer>& timer() const { return timer_; }
+    const std::shared_ptr<PeloraTrackEvent>& trackEvent() const { return trackEvent_; }
+    const std::shared_ptr<PeloraSplashAdConfig>& config() const { return config_; }
+
+    // Sub-views from the interface file (owned by the view tree).
+    std::shared_ptr<pelora::ui::ImageView> imageV() const { return imageV_.lock(); }
+    std::shared_ptr<pelora::ui::Label> titleL() const { return titleL_.lock(); }
+    std::shared_ptr<pelora::ui::Label> countL() const { return countL_.lock(); }
+    std::shared_ptr<pelora::ui::Button> skipBtn() const { return skipBtn_.lock(); }
+    std::shared_ptr<pelora::ui::View> skipCV() const { return skipCV_.lock(); }
+
+    // --- the loader's callbacks ----------------------------------------------------------
+    void pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig> config) override;
+    void pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig> config,
+                               const pelora::platform::Error& error) override;
+    void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig> config,
+                              std::shared_ptr<PeloraSplashAd> splashAd) override;
+
+    // --- interface file ------------------------------------------------------------------
+    void awakeFromNib() override;
+    void setOutlet(const std::string& name, std::shared_ptr<pelora::ui::View> view) override;
+
+    // --- internal steps, public for the SDK's own tools ----------------------------------
+    void configInit();
+    void render(const std::shared_ptr<PeloraSplashAd>& splashAd);
+    void startTimer();
+    void stopTimer();
+    void onTimerTrigger();
+    void onSkipHandle(pelora::ui::Button& sender);
+    void onTimerOver();
+
+    std::string describeDetails() const override;
+
+  private:
+    std::shared_ptr<PeloraSplashAdView> self();
+
+    std::optional<std::string> slotID_;
+    double tolerateTimeout_ = 0;
+    std::weak_ptr<PeloraSplashAdViewDelegate> delegate_;
+    std::weak_ptr<pelora::ui::ViewController> rootViewController_;
+    bool hideSkipButton_ = false;
+    int64_t countDown_ = 0;
+    std::shared_ptr<pelora::platform::Timer> timer_;
+    std::shared_ptr<PeloraTrackEvent> trackEvent_;
+    std::shared_ptr<PeloraSplashAdConfig> config_;
+
+    std::weak_ptr<pelora::ui::ImageView> imageV_;
+    std::weak_ptr<pelora::ui::Label> titleL_;
+    std::weak_ptr<pelora::ui::Label> countL_;
+    std::weak_ptr<pelora::ui::Button> skipBtn_;
+    std::weak_ptr<pelora::ui::View> skipCV_;
+};
