@@ -54,7 +54,7 @@ void replaceAll(std::string& out, std::string_view text, std::string_view target
 }
 
 struct Decimal {
-    std::array<char, 24> buf{};
+    std::array<char, 24> buf;
     size_t len = 0;
     std::string_view view() const { return {buf.data(), len}; }
 };
@@ -66,10 +66,11 @@ Decimal decimal(int64_t v) {
     return d;
 }
 
-// What one row writes in place of its token, when it writes anything.
+// What one row writes in place of its token, when it writes anything. The decimal text is
+// made only for tokens that occur.
 struct RowValue {
-    bool active = false;
-    Decimal text;
+    bool active;
+    int64_t value;
 };
 
 struct Candidate {
@@ -126,9 +127,10 @@ void applyNumericRows(std::string& out, std::string_view text, const RowValue* v
         if (!hit) break;
         size_t p = static_cast<size_t>(static_cast<const char*>(hit) - data);
         if (data[p + 1] != '_') {
-            pos = p + 1;
+            pos = p + 2;  // no "__" can start at p + 1 either
             continue;
         }
+        size_t next = p + 1;
         if (p + 2 < n) {
             char c = data[p + 2];
             if (c >= 'A' && c <= 'Z') {
@@ -138,25 +140,26 @@ void applyNumericRows(std::string& out, std::string_view text, const RowValue* v
                     auto token = PeloraTrackReplace::kTokens[row];
                     if (n - p >= token.size() &&
                         std::memcmp(data + p, token.data(), token.size()) == 0) {
-                        if (count == kInline && heapBuf.empty()) {
-                            heapBuf.assign(inlineBuf.begin(), inlineBuf.end());
-                        }
                         Candidate cand{static_cast<uint32_t>(p),
                                        static_cast<uint16_t>(token.size()),
                                        static_cast<uint8_t>(row), false};
-                        if (count >= kInline) {
+                        if (count < kInline) {
+                            cands[count] = cand;
+                        } else {
+                            if (heapBuf.empty()) heapBuf.assign(inlineBuf.begin(), inlineBuf.end());
                             heapBuf.push_back(cand);
                             cands = heapBuf.data();
-                        } else {
-                            cands[count] = cand;
                         }
                         ++count;
+                        // A token has no "__" inside: the next occurrence can start no
+                        // earlier than on its closing underscores.
+                        next = p + token.size() - 2;
                         break;  // no token is a prefix of another
                     }
                 }
             }
         }
-        pos = p + 1;
+        pos = next;
     }
 
     if (count == 0) {
@@ -196,7 +199,7 @@ void applyNumericRows(std::string& out, std::string_view text, const RowValue* v
     for (size_t i = 0; i < count; ++i) {
         if (!cands[i].selected) continue;
         out.append(data + last, cands[i].start - last);
-        out.append(values[cands[i].row].text.view());
+        out.append(decimal(values[cands[i].row].value).view());
         last = cands[i].start + cands[i].length;
     }
     out.append(data + last, n - last);
@@ -371,15 +374,14 @@ std::string PeloraTrackReplace::replacedString(std::string_view text, std::strin
 std::string PeloraTrackReplace::replacedString(std::string_view text) const {
     RowValue values[kMacroCount];
     for (int row = 0; row < kMacroCount; ++row) {
-        if (row == kClickIdRow) continue;
-        int64_t v = numericValue(row);
+        const int64_t v = row == kClickIdRow ? kUnset : numericValue(row);
         const bool touch = row >= 4 && row <= 7;
         if (v != kUnset) {
-            values[row].active = true;
-            values[row].text = decimal(v);
+            values[row] = {true, v};
         } else if (touch) {
-            values[row].active = true;
-            values[row].text = decimal(kTouchFallback);
+            values[row] = {true, kTouchFallback};
+        } else {
+            values[row] = {false, kUnset};
         }
     }
 
