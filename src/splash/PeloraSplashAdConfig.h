@@ -37,9 +37,6 @@ class PeloraSplashAdConfig : public PeloraConfig,
     void setDelegate(const std::shared_ptr<PeloraSplashAdConfigDelegate>& delegate) {
         delegate_ = delegate;
     }
-    void setDelegate(std::weak_ptr<PeloraSplashAdConfigDelegate> delegate) {
-        delegate_ = std::move(delegate);
-    }
 
     // Starts one fetch; its outcome arrives later through exactly one delegate operation
     // (none when the configuration is gone by then, or for a success without payload).

@@ -92,8 +92,7 @@ void PeloraSplashAdView::configInit() {
 
     trackEvent_ = PeloraTrackEvent::init();
     config_ = PeloraSplashAdConfig::init();
-    config_->setDelegate(std::weak_ptr<PeloraSplashAdConfigDelegate>(
-        std::static_pointer_cast<PeloraSplashAdConfigDelegate>(self())));
+    config_->setDelegate(std::static_pointer_cast<PeloraSplashAdConfigDelegate>(self()));
 
     std::weak_ptr<PeloraSplashAdView> weakSelf = self();
     if (auto button = skipBtn()) {

@@ -1,0 +1,199 @@
+#pragma once
+
+// Shared by the splash and native tests: an HTTP factory that records the requests the SDK
+// sends (and can fail them without touching the network), answer bodies in the ad server's
+// format, and a log capture.
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "LoopbackServer.h"
+#include "TestPlatform.h"
+#include "core/PeloraNetwork.h"
+#include "pelora/PeloraSDKManager.h"
+#include "pelora/platform/Http.h"
+#include "pelora/platform/Log.h"
+
+namespace adtest {
+
+using pelora::platform::DataTaskCompletion;
+using pelora::platform::DownloadTaskCompletion;
+using pelora::platform::Error;
+using pelora::platform::HttpRequest;
+using pelora::platform::HttpSession;
+using pelora::platform::HttpSessionConfiguration;
+using pelora::platform::HttpSessionFactory;
+using pelora::platform::HttpTask;
+
+// A task that completes with a scripted error from resume(), without any I/O, the way a
+// platform reports a failed exchange.
+class FailingTask final : public HttpTask {
+  public:
+    FailingTask(HttpRequest request, int64_t code, DataTaskCompletion completion)
+        : request_(std::move(request)), code_(code), completion_(std::move(completion)) {}
+    void resume() override {
+        if (!completion_) return;
+        auto completion = std::move(completion_);
+        completion_ = nullptr;
+        completion(std::nullopt, std::nullopt,
+                   Error{pelora::platform::kURLErrorDomain, code_, "scripted failure"});
+    }
+    void cancel() override {}
+    uint64_t taskIdentifier() const override { return 0; }
+    const HttpRequest& originalRequest() const override { return request_; }
+
+  private:
+    HttpRequest request_;
+    int64_t code_;
+    DataTaskCompletion completion_;
+};
+
+// Wraps the real factory: every request is recorded as the SDK finished it (URL, headers,
+// time-out) before it goes out; with `failWith` set, data tasks fail with that code instead.
+class RecordingHttpFactory final : public HttpSessionFactory {
+  public:
+    explicit RecordingHttpFactory(std::shared_ptr<HttpSessionFactory> real)
+        : real_(std::move(real)) {}
+
+    std::shared_ptr<HttpSession> createSession(const HttpSessionConfiguration& config) override {
+        return std::make_shared<Session>(this, real_->createSession(config));
+    }
+
+    std::vector<HttpRequest> requests() const {
+        std::lock_guard lock(mutex_);
+        return requests_;
+    }
+    std::optional<int64_t> failWith;
+
+  private:
+    class Session final : public HttpSession {
+      public:
+        Session(RecordingHttpFactory* owner, std::shared_ptr<HttpSession> real)
+            : owner_(owner), real_(std::move(real)) {}
+        std::shared_ptr<HttpTask> dataTask(HttpRequest request,
+                                           DataTaskCompletion completion) override {
+            {
+                std::lock_guard lock(owner_->mutex_);
+                owner_->requests_.push_back(request);
+            }
+            if (owner_->failWith)
+                return std::make_shared<FailingTask>(std::move(request), *owner_->failWith,
+                                                     std::move(completion));
+            return real_->dataTask(std::move(request), std::move(completion));
+        }
+        std::shared_ptr<HttpTask> downloadTask(HttpRequest request,
+                                               DownloadTaskCompletion completion) override {
+            return real_->downloadTask(std::move(request), std::move(completion));
+        }
+        void invalidateAndCancel() override { real_->invalidateAndCancel(); }
+
+      private:
+        RecordingHttpFactory* owner_;
+        std::shared_ptr<HttpSession> real_;
+    };
+
+    std::shared_ptr<HttpSessionFactory> real_;
+    mutable std::mutex mutex_;
+    std::vector<HttpRequest> requests_;
+};
+
+// Collects the SDK's log lines for the test's lifetime.
+class LogCapture {
+  public:
+    LogCapture() {
+        auto lines = lines_;
+        auto mutex = mutex_;
+        pelora::platform::setLogSink(
+            [lines, mutex](pelora::platform::LogLevel, std::string_view m) {
+                std::lock_guard lock(*mutex);
+                lines->emplace_back(m);
+            });
+    }
+    ~LogCapture() { pelora::platform::setLogSink(nullptr); }
+    std::vector<std::string> lines() const {
+        std::lock_guard lock(*mutex_);
+        return *lines_;
+    }
+    bool contains(const std::string& line) const {
+        for (const auto& l : lines())
+            if (l == line) return true;
+        return false;
+    }
+    size_t count(const std::string& line) const {
+        size_t n = 0;
+        for (const auto& l : lines())
+            if (l == line) ++n;
+        return n;
+    }
+
+  private:
+    std::shared_ptr<std::vector<std::string>> lines_ = std::make_shared<std::vector<std::string>>();
+    std::shared_ptr<std::mutex> mutex_ = std::make_shared<std::mutex>();
+};
+
+// One ad of an answer, with impression and click tracking pointing at `server`.
+inline nlohmann::json adJson(const pelora::testing::LoopbackServer& server, const std::string& adId,
+                             int creativeType = 2,
+                             std::optional<std::string> image = std::string("/img/splash.png")) {
+    nlohmann::json ad = {
+        {"adId", adId},
+        {"creativeType", creativeType},
+        {"interactionType", 1},
+        {"title", "Title of " + adId},
+        {"desc", "Description of " + adId},
+        {"clickAdUrl", "https://landing.example/" + adId},
+        {"trackUrls",
+         nlohmann::json::array(
+             {{{"trackType", 1},
+               {"urls", {server.url("/imp?ad=" + adId + "&w=__WIDTH__&rw=__REQ_WIDTH__")}}},
+              {{"trackType", 2},
+               {"urls", {server.url("/click?ad=" + adId + "&dx=__DOWN_X__&dy=__DOWN_Y__")}}}})},
+    };
+    ad["images"] = nlohmann::json::array();
+    if (image) ad["images"].push_back(server.url(*image));
+    return ad;
+}
+
+inline std::string answer(const nlohmann::json& ads) {
+    return nlohmann::json{{"code", 0}, {"data", {{"reqId", "r-1"}, {"ads", ads}}}}.dump();
+}
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+// Real image bytes from the sandbox's creatives: two files of different sizes.
+inline std::string pngA() {
+    return readFile(PELORA_SOURCE_DIR "/tools/sandbox/creatives/native-icon-1.png");
+}
+inline std::string pngB() {
+    return readFile(PELORA_SOURCE_DIR "/tools/sandbox/creatives/native-image-1.png");
+}
+
+inline pelora::testing::LoopbackResponse png(std::string bytes) {
+    pelora::testing::LoopbackResponse r;
+    r.body = std::move(bytes);
+    r.contentType = "image/png";
+    return r;
+}
+
+// The JSON body of the idx-th ad fetch the server received.
+inline nlohmann::json fetchBody(const pelora::testing::LoopbackServer& server, size_t idx = 0) {
+    auto fetches = server.requestsTo("/api/v1/advert/fetch");
+    if (fetches.size() <= idx) return nullptr;
+    return nlohmann::json::parse(fetches[idx].body, nullptr, false);
+}
+
+}  // namespace adtest

@@ -1,0 +1,487 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "AdTestSupport.h"
+#include "pelora/PeloraSplashAdView.h"
+#include "pelora/ui/UI.h"
+#include "splash/PeloraSplashAdConfig.h"
+#include "track/PeloraTrackEvent.h"
+
+using namespace pelora;
+using adtest::adJson;
+using adtest::answer;
+using pelora::platform::Error;
+using pelora::platform::makeRect;
+using pelora::testing::LoopbackResponse;
+using pelora::testing::LoopbackServer;
+using pelora::testing::RecordedRequest;
+using pelora::testing::TestPlatform;
+
+namespace {
+
+const char* kFetchPath = "/api/v1/advert/fetch";
+
+// Every callback in arrival order, with what the countdown label showed at that moment.
+struct SplashRecorder : PeloraSplashAdViewDelegate {
+    std::vector<std::string> events;
+    std::vector<std::string> labels;
+    std::vector<Error> errors;
+
+    void note(const std::string& name, const std::shared_ptr<PeloraSplashAdView>& view) {
+        events.push_back(name);
+        auto label = view ? view->countL() : nullptr;
+        labels.push_back(label ? label->text().value_or("") : "-");
+    }
+    void splashAdDidLoad(std::shared_ptr<PeloraSplashAdView> v) override { note("load", v); }
+    void splashAdDidFailWithError(std::shared_ptr<PeloraSplashAdView> v, const Error& e) override {
+        errors.push_back(e);
+        note("fail", v);
+    }
+    void splashAdDidShow(std::shared_ptr<PeloraSplashAdView> v) override { note("show", v); }
+    void splashAdDidClick(std::shared_ptr<PeloraSplashAdView> v) override { note("click", v); }
+    void splashAdDidClickSkip(std::shared_ptr<PeloraSplashAdView> v) override { note("skip", v); }
+    void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView> v) override { note("timeover", v); }
+};
+
+using Events = std::vector<std::string>;
+
+class SplashAdViewTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        PeloraNetwork::resetSessionsForTesting();
+        http = std::make_shared<adtest::RecordingHttpFactory>(tp.http);
+        tp.http = http;
+        tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
+        tp.install();
+        PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
+        setAnswer(answer({adJson(server, "splash-1")}));
+        server.on(kFetchPath, [this](const RecordedRequest&) {
+            std::lock_guard lock(answerMutex);
+            return fetchResponse;
+        });
+        server.on("/img/splash.png", adtest::png(adtest::pngA()));
+        for (const char* path : {"/imp", "/click", "/settle"})
+            server.on(path, LoopbackResponse::text("", 204));
+        window->setRootViewController(std::make_shared<ui::ViewController>());
+    }
+    void TearDown() override {
+        PeloraNetwork::resetSessionsForTesting();
+        PeloraConstConfig::setBaseUrlOverride(std::nullopt);
+    }
+
+    void setAnswer(std::string body, int status = 200) {
+        std::lock_guard lock(answerMutex);
+        fetchResponse = LoopbackResponse::json(std::move(body), status);
+    }
+    void setResponse(LoopbackResponse response) {
+        std::lock_guard lock(answerMutex);
+        fetchResponse = std::move(response);
+    }
+
+    std::shared_ptr<PeloraSplashAdView> makeView() {
+        auto view = PeloraSplashAdView::initWithSlotID("splash-slot", makeRect(0, 0, 375, 667));
+        if (!view) return nullptr;
+        view->setDelegate(recorder);
+        view->setRootViewController(window->rootViewController());
+        window->addSubview(view);
+        return view;
+    }
+
+    // Loads and waits (in real time, bounded) for the load's outcome.
+    std::shared_ptr<PeloraSplashAdView> loadedView(
+        const std::function<void(PeloraSplashAdView&)>& before = nullptr) {
+        auto view = makeView();
+        if (!view) return nullptr;
+        if (before) before(*view);
+        view->loadAdData();
+        EXPECT_TRUE(tp.waitFor([&] { return !recorder->events.empty(); }));
+        return view;
+    }
+
+    // Every request issued before this call has been answered once this returns.
+    std::vector<RecordedRequest> settle() {
+        bool done = false;
+        PeloraNetwork::get(
+            server.url("/settle"), nullptr, nullptr,
+            [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
+        EXPECT_TRUE(tp.waitFor([&] { return done; }));
+        return server.requests();
+    }
+
+    void tapAt(const std::shared_ptr<ui::View>& view) {
+        auto b = view->bounds();
+        auto p = view->convertPointToView({b.width() / 2, b.height() / 2}, nullptr);
+        window->sendTap(p);
+    }
+
+    void advanceSeconds(int seconds) {
+        for (int i = 0; i < seconds; ++i) tp.advance(1.0);
+    }
+
+    TestPlatform tp;
+    LoopbackServer server;
+    adtest::LogCapture logs;
+    std::shared_ptr<adtest::RecordingHttpFactory> http;
+    std::mutex answerMutex;
+    LoopbackResponse fetchResponse;
+    std::shared_ptr<SplashRecorder> recorder = std::make_shared<SplashRecorder>();
+    std::shared_ptr<ui::Window> window = std::make_shared<ui::Window>(makeRect(0, 0, 375, 667));
+};
+
+// ---- showing and the countdown --------------------------------------------------------------
+
+TEST_F(SplashAdViewTest, VisibleViewLoadsShowsAndTimesOutAfterFiveSeconds) {
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
+    EXPECT_EQ(recorder->labels.back(), "5");  // the first countdown text precedes the show
+    ASSERT_TRUE(view->timer());
+
+    std::vector<std::string> seen;
+    for (int i = 0; i < 4; ++i) {
+        tp.advance(1.0);
+        seen.push_back(view->countL()->text().value_or(""));
+    }
+    EXPECT_EQ(seen, (Events{"4", "3", "2", "1"}));
+    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
+
+    tp.advance(1.0);
+    EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
+    EXPECT_EQ(recorder->labels.back(), "0");
+    EXPECT_FALSE(view->timer());
+    advanceSeconds(5);
+    EXPECT_EQ(recorder->events.size(), 3u);
+
+    // The ad image lands in the image view; it was asked for as an image.
+    ASSERT_TRUE(tp.waitFor([&] { return view->imageV()->image() != nullptr; }));
+    auto images = server.requestsTo("/img/splash.png");
+    ASSERT_EQ(images.size(), 1u);
+    EXPECT_EQ(images[0].header("Accept").value_or(""), "image/*");
+
+    // One impression, carrying the slot size the request had (the whole screen in pixels).
+    auto all = settle();
+    auto impressions = server.requestsTo("/imp");
+    ASSERT_EQ(impressions.size(), 1u);
+    EXPECT_EQ(impressions[0].param("ad").value_or(""), "splash-1");
+    EXPECT_EQ(impressions[0].param("rw").value_or(""), "750");
+    EXPECT_EQ(impressions[0].param("w").value_or(""), "375");
+}
+
+TEST_F(SplashAdViewTest, RequestDescribesTheWholeScreenInPixels) {
+    tp.device->bounds = makeRect(0, 0, 414, 896);
+    tp.device->scale = 3;
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    auto body = adtest::fetchBody(server);
+    ASSERT_TRUE(body.is_object());
+    EXPECT_EQ(body["slot"]["slotId"], "splash-slot");
+    EXPECT_EQ(body["slot"]["adType"], 0);
+    EXPECT_EQ(body["slot"]["position"], 5);
+    EXPECT_EQ(body["slot"]["width"], 1242);
+    EXPECT_EQ(body["slot"]["height"], 2688);
+}
+
+TEST_F(SplashAdViewTest, SkipAtThreeSecondsLeftStopsTheCountdown) {
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    advanceSeconds(2);
+    ASSERT_EQ(view->countL()->text().value_or(""), "3");
+
+    tapAt(view->skipBtn());
+    EXPECT_EQ(recorder->events, (Events{"load", "show", "skip"}));
+    EXPECT_FALSE(view->timer());
+
+    advanceSeconds(10);
+    EXPECT_EQ(view->countL()->text().value_or(""), "3");
+    EXPECT_EQ(recorder->events, (Events{"load", "show", "skip"}));
+}
+
+TEST_F(SplashAdViewTest, EveryTapOnTheAdReportsAClickAndStopsTheCountdown) {
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    advanceSeconds(1);
+    for (int i = 0; i < 3; ++i) window->sendTap({100, 400});
+    EXPECT_EQ(recorder->events, (Events{"load", "show", "click", "click", "click"}));
+    EXPECT_EQ(recorder->labels.back(), "4");
+
+    advanceSeconds(10);
+    EXPECT_EQ(recorder->events.size(), 5u);  // no time-over after a click
+    EXPECT_EQ(view->countL()->text().value_or(""), "4");
+
+    // Each tap opens the landing page; the click is reported to the server once.
+    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->openedURLs().size() == 3; }));
+    EXPECT_EQ(tp.opener->openedURLs()[0], "https://landing.example/splash-1");
+    settle();
+    auto clicks = server.requestsTo("/click");
+    ASSERT_EQ(clicks.size(), 1u);
+    EXPECT_EQ(clicks[0].param("dx").value_or(""), "100");
+    EXPECT_EQ(clicks[0].param("dy").value_or(""), "400");
+}
+
+TEST_F(SplashAdViewTest, HiddenSkipButtonStillCountsDownAndTimesOut) {
+    auto view = loadedView([](PeloraSplashAdView& v) { v.setHideSkipButton(true); });
+    ASSERT_TRUE(view);
+    EXPECT_TRUE(view->countL()->hidden());
+    EXPECT_TRUE(view->skipBtn()->hidden());
+    EXPECT_TRUE(view->skipCV()->hidden());
+    advanceSeconds(5);
+    EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
+
+    view->setHideSkipButton(false);
+    EXPECT_FALSE(view->countL()->hidden());
+    EXPECT_FALSE(view->skipBtn()->hidden());
+    EXPECT_FALSE(view->skipCV()->hidden());
+}
+
+TEST_F(SplashAdViewTest, NearlyTransparentViewNeverShowsButStillTimesOut) {
+    auto view = loadedView([](PeloraSplashAdView& v) { v.setAlpha(0.1); });
+    ASSERT_TRUE(view);
+    EXPECT_EQ(recorder->events, (Events{"load"}));
+    advanceSeconds(5);
+    EXPECT_EQ(recorder->events, (Events{"load", "timeover"}));
+    settle();
+    EXPECT_TRUE(server.requestsTo("/imp").empty());
+}
+
+TEST_F(SplashAdViewTest, CreativeTypeOneShowsTheTitleAndDownloadsNoImage) {
+    setAnswer(answer({adJson(server, "title-ad", 1)}));
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
+    EXPECT_FALSE(view->titleL()->hidden());
+    EXPECT_EQ(view->titleL()->text().value_or(""), "Title of title-ad");
+    settle();
+    EXPECT_TRUE(server.requestsTo("/img/splash.png").empty());
+    EXPECT_FALSE(view->imageV()->image());
+
+    // The title is tappable like the image.
+    tapAt(view->titleL());
+    EXPECT_EQ(recorder->events.back(), "click");
+}
+
+TEST_F(SplashAdViewTest, OtherCreativeTypesHideTheTitleAndShowTheImage) {
+    setAnswer(answer({adJson(server, "image-ad", 3)}));
+    auto view = loadedView([](PeloraSplashAdView& v) { v.titleL()->setHidden(false); });
+    ASSERT_TRUE(view);
+    EXPECT_TRUE(view->titleL()->hidden());
+    EXPECT_TRUE(tp.waitFor([&] { return view->imageV()->image() != nullptr; }));
+}
+
+TEST_F(SplashAdViewTest, EmptyImageListLeavesTheImageEmptyAndRunsAsUsual) {
+    setAnswer(answer({adJson(server, "no-image", 2, std::nullopt)}));
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
+    ASSERT_TRUE(tp.waitFor([&] {
+        for (const auto& line : logs.lines())
+            if (line.rfind("sdk: image error ", 0) == 0) return true;
+        return false;
+    }));
+    advanceSeconds(5);
+    EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
+    EXPECT_FALSE(view->imageV()->image());
+}
+
+TEST_F(SplashAdViewTest, TolerateTimeoutIsTruncatedToWholeSeconds) {
+    struct Case {
+        std::optional<double> tolerate;
+        double sent;
+    };
+    for (auto c : {Case{std::nullopt, 3.0}, Case{2.9, 2.0}, Case{0.5, 0.0}}) {
+        recorder->events.clear();
+        auto view = loadedView([&](PeloraSplashAdView& v) {
+            if (c.tolerate) v.setTolerateTimeout(*c.tolerate);
+        });
+        ASSERT_TRUE(view);
+        auto requests = http->requests();
+        ASSERT_FALSE(requests.empty());
+        EXPECT_NE(requests.back().url.find(kFetchPath), std::string::npos);
+        EXPECT_DOUBLE_EQ(requests.back().timeoutInterval, c.sent);
+        view->removeFromSuperview();
+    }
+}
+
+TEST_F(SplashAdViewTest, SecondLoadAfterTheCountReachedZeroTimesOutAtOnce) {
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    advanceSeconds(5);
+    ASSERT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
+
+    setAnswer(answer({adJson(server, "splash-2")}));
+    view->loadAdData();
+    ASSERT_TRUE(tp.waitFor([&] { return recorder->events.size() >= 6; }));
+    EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover", "load", "timeover", "show"}));
+    EXPECT_FALSE(view->timer());
+}
+
+TEST_F(SplashAdViewTest, ReleasedViewIgnoresItsTimerAndLogsItsEnd) {
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    ASSERT_TRUE(view->timer());
+    std::weak_ptr<PeloraSplashAdView> weak = view;
+    view->removeFromSuperview();
+    view.reset();
+    EXPECT_TRUE(weak.expired());
+    EXPECT_TRUE(logs.contains("dealloc PeloraSplashAdView"));
+    EXPECT_TRUE(logs.contains("dealloc: PeloraSplashAdConfig"));
+    advanceSeconds(6);
+    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
+}
+
+// ---- the load's outcomes --------------------------------------------------------------------
+
+TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode) {
+    struct Case {
+        const char* name;
+        std::function<void()> arrange;
+        std::string domain;
+        int64_t code;
+    };
+    const std::string url = pelora::platform::kURLErrorDomain;
+    std::vector<Case> cases = {
+        {"time-out", [&] { http->failWith = -1001; }, url, -1001},
+        {"transport failure", [&] { http->failWith = -1005; }, url, -1005},
+        {"refused connection",
+         [&] {
+             PeloraConstConfig::setBaseUrlOverride("http://127.0.0.1:" +
+                                                   std::to_string(LoopbackServer::unusedPort()));
+         },
+         url, -1004},
+        {"empty body", [&] { setAnswer("", 200); }, url, -1},
+        {"server error without payload", [&] { setAnswer("{\"code\":500}", 500); }, url, -1},
+        {"malformed answer", [&] { setAnswer("{\"code\":0,\"data\":", 200); }, url, -1},
+        {"no ads", [&] { setAnswer(answer(nlohmann::json::array())); }, "sdk.data.error", -1},
+        {"ad without id",
+         [&] {
+             auto ad = adJson(server, "x");
+             ad.erase("adId");
+             setAnswer(answer({ad}));
+         },
+         "sdk.data.error", -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        http->failWith.reset();
+        PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
+        setAnswer(answer({adJson(server, "splash-1")}));
+        recorder = std::make_shared<SplashRecorder>();
+        c.arrange();
+        auto view = loadedView();
+        ASSERT_TRUE(view);
+        ASSERT_EQ(recorder->events, (Events{"fail"}));
+        EXPECT_EQ(recorder->errors[0].domain, c.domain);
+        EXPECT_EQ(recorder->errors[0].code, c.code);
+        EXPECT_FALSE(view->timer());
+        view->removeFromSuperview();
+    }
+}
+
+TEST_F(SplashAdViewTest, OnlyTheFirstOfSeveralAdsIsShown) {
+    setAnswer(answer({adJson(server, "first"), adJson(server, "second"), adJson(server, "third")}));
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
+    ASSERT_TRUE(view->trackEvent()->ad());
+    EXPECT_EQ(view->trackEvent()->ad()->adId.value_or(""), "first");
+    settle();
+    auto impressions = server.requestsTo("/imp");
+    ASSERT_EQ(impressions.size(), 1u);
+    EXPECT_EQ(impressions[0].param("ad").value_or(""), "first");
+}
+
+// ---- making the view ------------------------------------------------------------------------
+
+TEST_F(SplashAdViewTest, InterfaceFileGivesAWiredView) {
+    auto view = PeloraSplashAdView::initWithSlotID("abc", makeRect(0, 0, 320, 480));
+    ASSERT_TRUE(view);
+    EXPECT_EQ(view->slotID().value_or(""), "abc");
+    EXPECT_EQ(view->frame(), makeRect(0, 0, 320, 480));
+    EXPECT_EQ(view->countDown(), 5);
+    EXPECT_DOUBLE_EQ(view->tolerateTimeout(), 3.0);
+    ASSERT_TRUE(view->imageV() && view->titleL() && view->countL() && view->skipBtn() &&
+                view->skipCV());
+    EXPECT_DOUBLE_EQ(view->skipCV()->cornerRadius(), view->skipCV()->frame().height() * 0.5);
+    EXPECT_TRUE(view->config());
+    EXPECT_TRUE(view->trackEvent());
+    EXPECT_FALSE(view->timer());
+}
+
+TEST_F(SplashAdViewTest, PlainFrameInitializerMakesAnInertView) {
+    auto view = PeloraSplashAdView::initWithFrame(makeRect(0, 0, 10, 10));
+    ASSERT_TRUE(view);
+    EXPECT_TRUE(view->subviews().empty());
+    EXPECT_FALSE(view->config());
+    view->setDelegate(recorder);
+    view->loadAdData();
+    settle();
+    EXPECT_TRUE(server.requestsTo(kFetchPath).empty());
+    EXPECT_TRUE(recorder->events.empty());
+}
+
+// ---- the loader on its own ------------------------------------------------------------------
+
+struct ConfigRecorder : PeloraSplashAdConfigDelegate {
+    std::vector<std::string> events;
+    std::shared_ptr<PeloraSplashAd> data;
+    void pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig>) override {
+        events.push_back("timeout");
+    }
+    void pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig>, const Error& e) override {
+        events.push_back("error " + e.domain + " " + std::to_string(e.code));
+    }
+    void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig>,
+                              std::shared_ptr<PeloraSplashAd> ad) override {
+        data = ad;
+        events.push_back("data");
+    }
+};
+
+TEST_F(SplashAdViewTest, LoaderReportsTimeOutSeparatelyAndEmptyAnswersAsData) {
+    auto config = PeloraSplashAdConfig::init();
+    auto delegate = std::make_shared<ConfigRecorder>();
+    config->setDelegate(delegate);
+    auto slot = std::make_shared<PeloraSplashSlot>();
+    slot->slotId = "s";
+
+    http->failWith = -1001;
+    config->loadSplashAd(slot);
+    ASSERT_TRUE(tp.waitFor([&] { return delegate->events.size() == 1; }));
+    EXPECT_EQ(delegate->events[0], "timeout");
+
+    http->failWith.reset();
+    setAnswer(answer(nlohmann::json::array()));
+    config->loadSplashAd(slot);
+    ASSERT_TRUE(tp.waitFor([&] { return delegate->events.size() == 2; }));
+    EXPECT_EQ(delegate->events[1], "data");
+    ASSERT_TRUE(delegate->data);
+    EXPECT_FALSE(delegate->data->ad);
+}
+
+TEST_F(SplashAdViewTest, ReleasedLoaderDropsItsAnswer) {
+    auto delegate = std::make_shared<ConfigRecorder>();
+    auto slot = std::make_shared<PeloraSplashSlot>();
+    slot->slotId = "s";
+    {
+        auto doomed = PeloraSplashAdConfig::init();
+        doomed->setDelegate(delegate);
+        doomed->loadSplashAd(slot);
+    }
+    EXPECT_TRUE(logs.contains("dealloc: PeloraSplashAdConfig"));
+    ASSERT_TRUE(server.waitForRequests(1, 5.0));
+
+    // A second loader's answer comes after the first one's was sent.
+    auto alive = PeloraSplashAdConfig::init();
+    auto other = std::make_shared<ConfigRecorder>();
+    alive->setDelegate(other);
+    alive->loadSplashAd(slot);
+    ASSERT_TRUE(tp.waitFor([&] { return !other->events.empty(); }));
+    settle();
+    EXPECT_TRUE(delegate->events.empty());
+}
+
+}  // namespace
