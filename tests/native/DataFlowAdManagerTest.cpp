@@ -1,0 +1,331 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "../splash/AdTestSupport.h"
+#include "pelora/PeloraDataFlowAdManager.h"
+#include "pelora/PeloraNativeAd.h"
+#include "pelora/ui/UI.h"
+#include "track/PeloraTrackEvent.h"
+
+using namespace pelora;
+using adtest::adJson;
+using adtest::answer;
+using pelora::platform::Error;
+using pelora::platform::makeRect;
+using pelora::testing::LoopbackResponse;
+using pelora::testing::LoopbackServer;
+using pelora::testing::RecordedRequest;
+using pelora::testing::TestPlatform;
+
+namespace {
+
+const char* kFetchPath = "/api/v1/advert/fetch";
+
+struct ManagerRecorder : PeloraDataFlowAdManagerDelegate {
+    std::vector<std::shared_ptr<PeloraNativeAd>> ads;
+    std::vector<Error> errors;
+    int calls = 0;
+    void dataFlowAdManagerDidSuccessLoad(
+        std::shared_ptr<PeloraDataFlowAdManager>,
+        std::vector<std::shared_ptr<PeloraNativeAd>> list) override {
+        ++calls;
+        ads = std::move(list);
+    }
+    void dataFlowAdManagerDidFailWithError(std::shared_ptr<PeloraDataFlowAdManager>,
+                                           const Error& error) override {
+        ++calls;
+        errors.push_back(error);
+    }
+};
+
+struct NativeRecorder : PeloraNativeAdDelegate {
+    std::vector<std::string> events;
+    std::vector<std::shared_ptr<ui::View>> tapped;
+    void nativeAdDidDidShow(std::shared_ptr<PeloraNativeAd> ad) override {
+        events.push_back("show " + ad->adData()->adId.value_or(""));
+    }
+    void nativeAdDidClickWithView(std::shared_ptr<PeloraNativeAd> ad,
+                                  std::shared_ptr<ui::View> view) override {
+        events.push_back("click " + ad->adData()->adId.value_or(""));
+        tapped.push_back(view);
+    }
+};
+
+class DataFlowAdManagerTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        PeloraNetwork::resetSessionsForTesting();
+        http = std::make_shared<adtest::RecordingHttpFactory>(tp.http);
+        tp.http = http;
+        tp.install();
+        PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
+        setAnswer(answer({adJson(server, "n-1")}));
+        server.on(kFetchPath, [this](const RecordedRequest&) {
+            std::lock_guard lock(answerMutex);
+            return fetchResponse;
+        });
+        for (const char* path : {"/imp", "/click", "/settle"})
+            server.on(path, LoopbackResponse::text("", 204));
+        window->addSubview(container);
+        container->addSubview(titleLabel);
+        container->addSubview(image);
+    }
+    void TearDown() override {
+        PeloraNetwork::resetSessionsForTesting();
+        PeloraConstConfig::setBaseUrlOverride(std::nullopt);
+    }
+
+    void setAnswer(std::string body, int status = 200) {
+        std::lock_guard lock(answerMutex);
+        fetchResponse = LoopbackResponse::json(std::move(body), status);
+    }
+
+    std::shared_ptr<PeloraDataFlowAdManager> load(
+        std::shared_ptr<PeloraDataFlowSlot> slot = nullptr) {
+        if (!slot) {
+            slot = std::make_shared<PeloraDataFlowSlot>();
+            slot->slotId = "native-slot";
+            slot->slotWidth = 690;
+            slot->slotHeight = 388;
+        }
+        auto manager = PeloraDataFlowAdManager::initWithSlot(slot);
+        manager->setDelegate(recorder);
+        manager->loadAdData();
+        EXPECT_TRUE(tp.waitFor([&] { return recorder->calls > 0; }));
+        return manager;
+    }
+
+    std::shared_ptr<PeloraNativeAd> firstAd() {
+        auto manager = load();
+        if (recorder->ads.empty()) return nullptr;
+        auto ad = recorder->ads[0];
+        ad->setDelegate(native);
+        ad->setRootViewController(root);
+        return ad;
+    }
+
+    std::vector<RecordedRequest> settle() {
+        bool done = false;
+        PeloraNetwork::get(
+            server.url("/settle"), nullptr, nullptr,
+            [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
+        EXPECT_TRUE(tp.waitFor([&] { return done; }));
+        return server.requests();
+    }
+
+    static size_t sdkRecognizers(const ui::View& view) {
+        return std::count_if(
+            view.gestureRecognizers().begin(), view.gestureRecognizers().end(),
+            [](const auto& r) { return dynamic_cast<_PeloraApiTapGesture*>(r.get()) != nullptr; });
+    }
+
+    TestPlatform tp;
+    LoopbackServer server;
+    adtest::LogCapture logs;
+    std::shared_ptr<adtest::RecordingHttpFactory> http;
+    std::mutex answerMutex;
+    LoopbackResponse fetchResponse;
+    std::shared_ptr<ManagerRecorder> recorder = std::make_shared<ManagerRecorder>();
+    std::shared_ptr<NativeRecorder> native = std::make_shared<NativeRecorder>();
+    std::shared_ptr<ui::ViewController> root = std::make_shared<ui::ViewController>();
+    std::shared_ptr<ui::Window> window = std::make_shared<ui::Window>(makeRect(0, 0, 375, 667));
+    std::shared_ptr<PeloraNativeRenderView> container =
+        std::make_shared<PeloraNativeRenderView>(makeRect(10, 100, 345, 200));
+    std::shared_ptr<ui::Label> titleLabel = std::make_shared<ui::Label>(makeRect(0, 0, 345, 40));
+    std::shared_ptr<ui::ImageView> image =
+        std::make_shared<ui::ImageView>(makeRect(0, 40, 345, 160));
+};
+
+// ---- loading --------------------------------------------------------------------------------
+
+TEST_F(DataFlowAdManagerTest, RequestCarriesTheSlotAsGiven) {
+    load();
+    auto body = adtest::fetchBody(server);
+    ASSERT_TRUE(body.is_object());
+    EXPECT_EQ(body["slot"]["slotId"], "native-slot");
+    EXPECT_EQ(body["slot"]["adType"], 5);
+    EXPECT_EQ(body["slot"]["position"], 3);
+    EXPECT_EQ(body["slot"]["width"], 690);  // no scaling
+    EXPECT_EQ(body["slot"]["height"], 388);
+    ASSERT_FALSE(http->requests().empty());
+    EXPECT_DOUBLE_EQ(http->requests()[0].timeoutInterval, 3.0);
+}
+
+TEST_F(DataFlowAdManagerTest, DefaultSlotAsksForZeroSizeWithTheSlotTimeOut) {
+    auto slot = std::make_shared<PeloraDataFlowSlot>();
+    slot->tolerateTimeout = 7;
+    load(slot);
+    auto body = adtest::fetchBody(server);
+    EXPECT_EQ(body["slot"]["width"], 0);
+    EXPECT_EQ(body["slot"]["height"], 0);
+    EXPECT_FALSE(body["slot"].contains("slotId"));
+    EXPECT_DOUBLE_EQ(http->requests()[0].timeoutInterval, 7.0);
+}
+
+TEST_F(DataFlowAdManagerTest, FiveAdsArriveInServerOrderEachWithItsOwnTracker) {
+    nlohmann::json ads = nlohmann::json::array();
+    for (int i = 1; i <= 5; ++i) ads.push_back(adJson(server, "n-" + std::to_string(i)));
+    setAnswer(answer(ads));
+    auto manager = load();
+    ASSERT_EQ(recorder->calls, 1);
+    ASSERT_EQ(recorder->ads.size(), 5u);
+    std::set<PeloraTrackEvent*> trackers;
+    for (size_t i = 0; i < 5; ++i) {
+        const auto& ad = recorder->ads[i];
+        EXPECT_EQ(ad->adData()->adId.value_or(""), "n-" + std::to_string(i + 1));
+        EXPECT_EQ(ad->adData(), ad->ad());
+        EXPECT_EQ(ad->ad()->reqSlotW, 690);
+        ASSERT_TRUE(ad->trackEvent());
+        trackers.insert(ad->trackEvent().get());
+    }
+    EXPECT_EQ(trackers.size(), 5u);
+}
+
+TEST_F(DataFlowAdManagerTest, FailuresCarryTheirDomainAndCode) {
+    struct Case {
+        const char* name;
+        std::function<void()> arrange;
+        std::string domain;
+        int64_t code;
+    };
+    const std::string url = pelora::platform::kURLErrorDomain;
+    std::vector<Case> cases = {
+        {"time-out", [&] { http->failWith = -1001; }, url, -1001},
+        {"transport failure", [&] { http->failWith = -1009; }, url, -1009},
+        {"empty body", [&] { setAnswer(""); }, url, -1},
+        {"no payload", [&] { setAnswer("{\"code\":0}"); }, url, -1},
+        {"malformed", [&] { setAnswer("[1,2"); }, url, -1},
+        {"no ads", [&] { setAnswer(answer(nlohmann::json::array())); }, "sdk.data.err", -1},
+        {"ads missing", [&] { setAnswer("{\"code\":0,\"data\":{\"reqId\":\"r\"}}"); },
+         "sdk.data.err", -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        http->failWith.reset();
+        recorder = std::make_shared<ManagerRecorder>();
+        c.arrange();
+        auto manager = load();
+        ASSERT_EQ(recorder->calls, 1);
+        ASSERT_EQ(recorder->errors.size(), 1u);
+        EXPECT_EQ(recorder->errors[0].domain, c.domain);
+        EXPECT_EQ(recorder->errors[0].code, c.code);
+    }
+}
+
+TEST_F(DataFlowAdManagerTest, ReleasedManagerIsNeverCalledBack) {
+    auto slot = std::make_shared<PeloraDataFlowSlot>();
+    slot->slotId = "gone";
+    {
+        auto manager = PeloraDataFlowAdManager::initWithSlot(slot);
+        manager->setDelegate(recorder);
+        manager->loadAdData();
+    }
+    EXPECT_TRUE(logs.contains("dealloc: PeloraDataFlowAdManager"));
+    ASSERT_TRUE(server.waitForRequests(1, 5.0));
+    auto other = std::make_shared<ManagerRecorder>();
+    auto alive = PeloraDataFlowAdManager::initWithSlot(slot);
+    alive->setDelegate(other);
+    alive->loadAdData();
+    ASSERT_TRUE(tp.waitFor([&] { return other->calls == 1; }));
+    settle();
+    EXPECT_EQ(recorder->calls, 0);
+}
+
+TEST_F(DataFlowAdManagerTest, PlainInitializerHasNoSlot) {
+    auto manager = PeloraDataFlowAdManager::init();
+    EXPECT_FALSE(manager->adSlot());
+}
+
+// ---- registration, exposure and clicks ------------------------------------------------------
+
+TEST_F(DataFlowAdManagerTest, RegistrationCountsOneExposureAndEveryTapClicks) {
+    auto ad = firstAd();
+    ASSERT_TRUE(ad);
+    ad->registerContainer(container, {titleLabel, image});
+    EXPECT_EQ(native->events, (std::vector<std::string>{"show n-1"}));
+    EXPECT_TRUE(titleLabel->userInteractionEnabled());
+    EXPECT_TRUE(image->userInteractionEnabled());
+
+    window->sendTap({50, 120});   // title
+    window->sendTap({100, 200});  // image
+    window->sendTap({100, 200});
+    EXPECT_EQ(native->events,
+              (std::vector<std::string>{"show n-1", "click n-1", "click n-1", "click n-1"}));
+    ASSERT_EQ(native->tapped.size(), 3u);
+    EXPECT_EQ(native->tapped[0], titleLabel);
+    EXPECT_EQ(native->tapped[1], image);
+
+    settle();
+    EXPECT_EQ(server.requestsTo("/imp").size(), 1u);
+    auto clicks = server.requestsTo("/click");
+    ASSERT_EQ(clicks.size(), 1u);
+    // The touch point relative to the container.
+    EXPECT_EQ(clicks[0].param("dx").value_or(""), "40");
+    EXPECT_EQ(clicks[0].param("dy").value_or(""), "20");
+    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->openedURLs().size() == 3; }));
+}
+
+TEST_F(DataFlowAdManagerTest, RegisteringTwiceAddsNothing) {
+    auto ad = firstAd();
+    ASSERT_TRUE(ad);
+    ad->registerContainer(container, {image});
+    ad->registerContainer(container, {image});
+    EXPECT_EQ(sdkRecognizers(*image), 1u);
+    EXPECT_EQ(native->events, (std::vector<std::string>{"show n-1"}));
+    window->sendTap({100, 200});
+    EXPECT_EQ(native->events, (std::vector<std::string>{"show n-1", "click n-1"}));
+    settle();
+    EXPECT_EQ(server.requestsTo("/imp").size(), 1u);
+}
+
+TEST_F(DataFlowAdManagerTest, ExposureNeedsAnOpacityOfAtLeastPointTwo) {
+    auto ad = firstAd();
+    ASSERT_TRUE(ad);
+    container->setAlpha(0.1);
+    ad->registerContainer(container, {image});
+    EXPECT_TRUE(native->events.empty());
+    settle();
+    EXPECT_TRUE(server.requestsTo("/imp").empty());
+
+    // Not checked again by itself; registering again at 0.2 counts it.
+    container->setAlpha(0.2);
+    EXPECT_TRUE(native->events.empty());
+    ad->registerContainer(container, {image});
+    EXPECT_EQ(native->events, (std::vector<std::string>{"show n-1"}));
+    settle();
+    EXPECT_EQ(server.requestsTo("/imp").size(), 1u);
+}
+
+TEST_F(DataFlowAdManagerTest, EmptyViewListStillDecidesExposure) {
+    auto ad = firstAd();
+    ASSERT_TRUE(ad);
+    ad->registerContainer(container, {});
+    EXPECT_EQ(native->events, (std::vector<std::string>{"show n-1"}));
+    window->sendTap({100, 200});
+    EXPECT_EQ(native->events.size(), 1u);  // nothing was made tappable
+}
+
+TEST_F(DataFlowAdManagerTest, ReleasedNativeAdIsNotCalledAndRenderViewLogsItsEnd) {
+    auto ad = firstAd();
+    ASSERT_TRUE(ad);
+    ad->registerContainer(container, {image});
+    std::weak_ptr<PeloraNativeAd> weak = ad;
+    ad.reset();
+    recorder->ads.clear();
+    EXPECT_TRUE(weak.expired());
+    window->sendTap({100, 200});
+    EXPECT_EQ(native->events, (std::vector<std::string>{"show n-1"}));
+
+    container->removeFromSuperview();
+    container.reset();
+    EXPECT_TRUE(logs.contains("dealloc PeloraNativeRenderView"));
+}
+
+}  // namespace

@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "../splash/AdTestSupport.h"
+#include "native/PeloraImageDownloader.h"
+#include "pelora/ui/ImageView.h"
+
+using namespace pelora;
+using pelora::platform::makeRect;
+using pelora::testing::LoopbackResponse;
+using pelora::testing::LoopbackServer;
+using pelora::testing::TestPlatform;
+
+namespace {
+
+class ImageDownloadTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        PeloraNetwork::resetSessionsForTesting();
+        server.on("/a.png", adtest::png(a));
+        server.on("/b.png", adtest::png(b));
+        LoopbackResponse slow = adtest::png(a);
+        slow.delaySeconds = 30;  // released by the server's stop()
+        server.on("/slow.png", slow);
+        server.on("/missing.png", LoopbackResponse::text("not here", 404));
+        server.on("/text", LoopbackResponse::text("this is not an image"));
+        server.on("/empty", LoopbackResponse::text(""));
+    }
+    void TearDown() override {
+        PeloraNetwork::resetSessionsForTesting();
+        server.stop();
+    }
+
+    bool logged(const std::string& line) {
+        return tp.waitFor([&] { return logs.contains(line); });
+    }
+    // Sets `url` and waits until the view's task has finished one way or the other.
+    void loadAndWait(const std::string& path, const std::string& expectLog = {}) {
+        pl_setImageUrl(*view, server.url(path));
+        if (expectLog.empty()) {
+            ASSERT_TRUE(tp.waitFor([&] { return view->image() != nullptr; }));
+        } else {
+            ASSERT_TRUE(logged(expectLog));
+        }
+    }
+
+    std::string a = adtest::pngA();
+    std::string b = adtest::pngB();
+    TestPlatform tp;
+    LoopbackServer server;
+    adtest::LogCapture logs;
+    std::shared_ptr<ui::ImageView> view = std::make_shared<ui::ImageView>(makeRect(0, 0, 50, 50));
+};
+
+TEST_F(ImageDownloadTest, ImageArrivesDecodedAndWasAskedForAsAnImage) {
+    loadAndWait("/a.png");
+    auto image = view->image();
+    EXPECT_GT(image->pixelWidth, 0);
+    EXPECT_EQ(image->rgba.size(), size_t(image->pixelWidth) * image->pixelHeight * 4);
+    auto requests = server.requestsTo("/a.png");
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].header("Accept").value_or(""), "image/*");
+    EXPECT_TRUE(pl_downingTask(*view));
+}
+
+TEST_F(ImageDownloadTest, NewerUrlCancelsTheOlderDownloadAndOnlyItsImageShows) {
+    pl_setImageUrl(*view, server.url("/slow.png"));
+    ASSERT_TRUE(server.waitForRequests(1, 5.0));  // the first is really under way
+    auto first = pl_downingTask(*view);
+    pl_setImageUrl(*view, server.url("/b.png"));
+    EXPECT_NE(pl_downingTask(*view), first);
+
+    ASSERT_TRUE(logged("sdk: image error -999"));
+    ASSERT_TRUE(tp.waitFor([&] { return view->image() != nullptr; }));
+    auto expected = tp.imageDecoder->decode(b);
+    ASSERT_TRUE(expected);
+    EXPECT_EQ(view->image()->pixelWidth, expected->pixelWidth);
+    EXPECT_EQ(view->image()->rgba, expected->rgba);
+}
+
+TEST_F(ImageDownloadTest, NotFoundKeepsThePreviousImage) {
+    loadAndWait("/a.png");
+    auto before = view->image();
+    loadAndWait("/missing.png", "sdk: image error 404");
+    EXPECT_EQ(view->image(), before);
+}
+
+TEST_F(ImageDownloadTest, EmptyBodyIsAFailureWithCodeZero) {
+    loadAndWait("/a.png");
+    auto before = view->image();
+    loadAndWait("/empty", "sdk: image error 0");
+    EXPECT_EQ(view->image(), before);
+}
+
+TEST_F(ImageDownloadTest, BodyThatIsNotAnImageClearsTheView) {
+    loadAndWait("/a.png");
+    pl_setImageUrl(*view, server.url("/text"));
+    ASSERT_TRUE(tp.waitFor([&] { return view->image() == nullptr; }));
+    // Nothing failed as far as the transport is concerned.
+    for (const auto& line : logs.lines())
+        EXPECT_EQ(line.find("sdk: image error"), std::string::npos);
+}
+
+TEST_F(ImageDownloadTest, AbsentOrUnusableUrlFailsQuietlyWithoutARequest) {
+    for (std::optional<std::string> url :
+         {std::optional<std::string>(), std::optional<std::string>("file:///etc/passwd"),
+          std::optional<std::string>("not a url")}) {
+        size_t before = logs.lines().size();
+        pl_setImageUrl(*view, url);
+        ASSERT_TRUE(tp.waitFor([&] { return logs.lines().size() > before; }));
+        EXPECT_EQ(logs.lines().back().rfind("sdk: image error ", 0), 0u) << logs.lines().back();
+        EXPECT_FALSE(view->image());
+    }
+    EXPECT_EQ(server.requestCount(), 0u);
+}
+
+TEST_F(ImageDownloadTest, ReleasedViewIsNotTouchedByItsDownload) {
+    std::weak_ptr<ui::ImageView> weak = view;
+    pl_setImageUrl(*view, server.url("/a.png"));
+    view.reset();
+    EXPECT_TRUE(weak.expired());  // the attached task does not keep the view alive
+    ASSERT_TRUE(server.waitForRequests(1, 5.0));
+    // The completion finds no view; a second view's download completes after it.
+    auto other = std::make_shared<ui::ImageView>();
+    pl_setImageUrl(*other, server.url("/b.png"));
+    EXPECT_TRUE(tp.waitFor([&] { return other->image() != nullptr; }));
+}
+
+TEST_F(ImageDownloadTest, DownloaderReportsSuccessAndFailureToItsCallbacks) {
+    auto downloader = PeloraImageDownloader::shareInstance();
+    EXPECT_EQ(downloader, PeloraImageDownloader::shareInstance());
+    EXPECT_NE(PeloraImageDownloader::init(), downloader);
+
+    std::shared_ptr<platform::Image> got;
+    bool succeeded = false;
+    std::optional<int64_t> failedWith;
+    platform::HttpRequest ok;
+    ok.url = server.url("/a.png");
+    downloader->downloadImageRequest(
+        ok,
+        [&](std::shared_ptr<platform::Image> image) {
+            got = image;
+            succeeded = true;
+        },
+        [&](int64_t code, std::optional<std::string>) { failedWith = code; });
+    ASSERT_TRUE(tp.waitFor([&] { return succeeded || failedWith; }));
+    EXPECT_TRUE(got);
+    EXPECT_FALSE(failedWith);
+
+    // Without a success callback a good answer does nothing; without a failure callback a
+    // bad one does nothing either.
+    platform::HttpRequest missing;
+    missing.url = server.url("/missing.png");
+    auto task = downloader->downloadImageRequest(missing, nullptr, nullptr);
+    EXPECT_TRUE(task);
+    downloader->downloadImageRequest(
+        missing, nullptr, [&](int64_t code, std::optional<std::string>) { failedWith = code; });
+    ASSERT_TRUE(tp.waitFor([&] { return failedWith.has_value(); }));
+    EXPECT_EQ(*failedWith, 404);
+}
+
+}  // namespace
