@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <filesystem>
 #include <set>
 
 namespace pelora::testing {
@@ -209,7 +210,30 @@ void LoopbackServer::stop() {
     }
     impl_->changed.notify_all();
     impl_->server.stop();
+    closeAcceptedConnections();
     if (impl_->thread.joinable()) impl_->thread.join();
+}
+
+void LoopbackServer::closeAcceptedConnections() {
+    // The server keeps idle client connections open for the keep-alive time and offers no way
+    // to end them, so stopping would wait for that time whenever a client (say a process-wide
+    // session) still holds one. Shutting down the sockets accepted on our port ends them now.
+    std::error_code ec;
+    for (std::filesystem::directory_iterator it("/proc/self/fd", ec), end; !ec && it != end;
+         it.increment(ec)) {
+        int fd = -1;
+        try {
+            fd = std::stoi(it->path().filename().string());
+        } catch (...) {
+            continue;
+        }
+        sockaddr_in local{}, peer{};
+        socklen_t localLen = sizeof local, peerLen = sizeof peer;
+        if (::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLen) != 0) continue;
+        if (local.sin_family != AF_INET || ntohs(local.sin_port) != port_) continue;
+        if (::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLen) != 0) continue;
+        ::shutdown(fd, SHUT_RDWR);
+    }
 }
 
 void LoopbackServer::on(const std::string& path, LoopbackHandler handler) {

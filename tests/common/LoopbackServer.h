@@ -56,9 +56,8 @@ using LoopbackHandler = std::function<LoopbackResponse(const RecordedRequest&)>;
 // An HTTP server on 127.0.0.1 with an ephemeral port, on its own threads, started by the
 // constructor and stopped by stop() or the destructor. It records every request in arrival
 // order. Unregistered paths answer 404.
-//
-// Destroy HTTP clients before the server where possible: a connection that a client keeps
-// open delays stop() by up to the keep-alive time-out.
+// stop() also ends connections that clients keep open, so a client (or a process-wide
+// session) outliving the server does not delay it.
 class LoopbackServer {
   public:
     struct Options {
@@ -97,6 +96,7 @@ class LoopbackServer {
     static int unusedPort();
 
   private:
+    void closeAcceptedConnections();
     struct Impl;
     std::unique_ptr<Impl> impl_;
     int port_ = 0;
