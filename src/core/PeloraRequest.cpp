@@ -1,0 +1,190 @@
+#include "core/PeloraRequest.h"
+
+#include <pelora/PeloraNetReachable.h>
+#include <pelora/PeloraSDKManager.h>
+#include <pelora/platform/Services.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "support/PeloraTool.h"
+#include "support/PeloraYYModel.h"
+
+namespace {
+
+pelora::platform::DeviceInfo* device() {
+    if (!pelora::platform::hasServices()) return nullptr;
+    return pelora::platform::services().device.get();
+}
+
+int64_t truncated(double value) {
+    if (!std::isfinite(value)) return 0;
+    return static_cast<int64_t>(value);
+}
+
+}  // namespace
+
+// ---- PeloraUrlQuery --------------------------------------------------------------------------
+
+std::shared_ptr<PeloraUrlQuery> PeloraUrlQuery::init() {
+    auto query = std::make_shared<PeloraUrlQuery>();
+    query->configInit();
+    return query;
+}
+
+void PeloraUrlQuery::configInit() {
+    auto* info = device();
+    if (info) {
+        std::string uuid = info->makeUUID();
+        std::erase(uuid, '-');
+        std::transform(uuid.begin(), uuid.end(), uuid.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+        reqId = std::move(uuid);
+    }
+    if (pelora::platform::hasServices() && pelora::platform::services().clock) {
+        reqTs = truncated(pelora::platform::services().clock->wallSeconds() * 1000.0);
+    }
+    sdkV = PeloraSDKManager::sdkVersion();
+    sdkVc = PeloraSDKManager::sdkBuildVersion();
+    appId = PeloraSDKManager::appID();
+    appV = PeloraAppExt::appVersion();
+    appVc = PeloraTool::toInt(PeloraAppExt::appBuildVersion());
+    os = "iOS";
+    udid = info ? info->identifierForVendor() : std::nullopt;
+    sdkN = PeloraSDKManager::sdkName();
+}
+
+_PeloraYYModelSchema PeloraUrlQuery::plyy_schema() {
+    using T = PeloraUrlQuery;
+    return plyy_makeSchema<T>(
+        {PLYY_PROPERTY(T, reqId), PLYY_PROPERTY(T, reqTs), PLYY_PROPERTY(T, sdkV),
+         PLYY_PROPERTY(T, sdkVc), PLYY_PROPERTY(T, appId), PLYY_PROPERTY(T, appV),
+         PLYY_PROPERTY(T, appVc), PLYY_PROPERTY(T, os), PLYY_PROPERTY(T, udid),
+         PLYY_PROPERTY(T, sdkN)},
+        "PeloraUrlQuery");
+}
+
+// ---- PeloraReqAppObject ----------------------------------------------------------------------
+
+std::shared_ptr<PeloraReqAppObject> PeloraReqAppObject::init() {
+    auto app = std::make_shared<PeloraReqAppObject>();
+    app->configInit();
+    return app;
+}
+
+void PeloraReqAppObject::configInit() {
+    appId = PeloraSDKManager::appID();
+}
+
+_PeloraYYModelSchema PeloraReqAppObject::plyy_schema() {
+    using T = PeloraReqAppObject;
+    return plyy_makeSchema<T>(
+        {PLYY_PROPERTY(T, lng), PLYY_PROPERTY(T, lat), PLYY_PROPERTY(T, gpsType),
+         PLYY_PROPERTY(T, hasD), PLYY_PROPERTY(T, cost), PLYY_PROPERTY(T, appId)},
+        "PeloraReqAppObject");
+}
+
+// ---- PeloraReqDeviceObject -------------------------------------------------------------------
+
+std::shared_ptr<PeloraReqDeviceObject> PeloraReqDeviceObject::init() {
+    auto object = std::make_shared<PeloraReqDeviceObject>();
+    object->configInit();
+    return object;
+}
+
+void PeloraReqDeviceObject::configInit() {
+    if (auto* info = device()) {
+        deviceId = info->advertisingIdentifier();
+        os = "iOS";
+        osVersion = info->systemVersion();
+        vendor = "Apple";
+        model = info->model();
+        // Pixels of the screen whichever way the device is held.
+        const auto bounds = info->screenBounds();
+        const double scale = info->screenScale();
+        const double shorter = std::min(bounds.width(), bounds.height());
+        const double longer = std::max(bounds.width(), bounds.height());
+        screenWidth = truncated(shorter * scale);
+        screenHeight = truncated(longer * scale);
+        switch (info->statusBarOrientation()) {
+            case pelora::platform::InterfaceOrientation::kPortrait:
+            case pelora::platform::InterfaceOrientation::kPortraitUpsideDown:
+                orientation = 1;
+                break;
+            case pelora::platform::InterfaceOrientation::kLandscapeLeft:
+            case pelora::platform::InterfaceOrientation::kLandscapeRight:
+                orientation = 2;
+                break;
+            default:
+                orientation = 0;
+                break;
+        }
+    } else {
+        os = "iOS";
+        vendor = "Apple";
+    }
+    const auto reachable = PeloraSDKManager::shareManager()->reachable();
+    net = reachable ? std::optional<std::string>(reachable->localizeCurrentReachabilityStatus())
+                    : std::nullopt;
+    imsi = PeloraTool::imsi();
+}
+
+_PeloraYYModelSchema PeloraReqDeviceObject::plyy_schema() {
+    using T = PeloraReqDeviceObject;
+    return plyy_makeSchema<T>(
+        {PLYY_PROPERTY(T, deviceId), PLYY_PROPERTY(T, imei), PLYY_PROPERTY(T, os),
+         PLYY_PROPERTY(T, osVersion), PLYY_PROPERTY(T, net), PLYY_PROPERTY(T, vendor),
+         PLYY_PROPERTY(T, model), PLYY_PROPERTY(T, language), PLYY_PROPERTY(T, screenWidth),
+         PLYY_PROPERTY(T, screenHeight), PLYY_PROPERTY(T, mac), PLYY_PROPERTY(T, orientation),
+         PLYY_PROPERTY(T, imsi), PLYY_PROPERTY(T, userAgent), PLYY_PROPERTY(T, extra),
+         PLYY_PROPERTY(T, dpi), PLYY_PROPERTY(T, oaid)},
+        "PeloraReqDeviceObject");
+}
+
+// ---- PeloraReqSlotObject ---------------------------------------------------------------------
+
+std::shared_ptr<PeloraReqSlotObject> PeloraReqSlotObject::init() {
+    auto slot = std::make_shared<PeloraReqSlotObject>();
+    slot->configInit();
+    return slot;
+}
+
+void PeloraReqSlotObject::configInit() {
+    slotId = std::nullopt;
+    adType = 0;
+    position = 0;
+    acceptedCreativeTypes = 2;
+    acceptedInteractionType = 1;
+    width = 0;
+    height = 0;
+}
+
+_PeloraYYModelSchema PeloraReqSlotObject::plyy_schema() {
+    using T = PeloraReqSlotObject;
+    return plyy_makeSchema<T>(
+        {PLYY_PROPERTY(T, slotId), PLYY_PROPERTY(T, adType), PLYY_PROPERTY(T, position),
+         PLYY_PROPERTY(T, acceptedCreativeTypes), PLYY_PROPERTY(T, acceptedInteractionType),
+         PLYY_PROPERTY(T, width), PLYY_PROPERTY(T, height)},
+        "PeloraReqSlotObject");
+}
+
+// ---- PeloraReqBody ---------------------------------------------------------------------------
+
+std::shared_ptr<PeloraReqBody> PeloraReqBody::init() {
+    auto body = std::make_shared<PeloraReqBody>();
+    body->configInit();
+    return body;
+}
+
+void PeloraReqBody::configInit() {
+    device = PeloraReqDeviceObject::init();
+    appInfo = PeloraReqAppObject::init();
+    slot = PeloraReqSlotObject::init();
+}
+
+_PeloraYYModelSchema PeloraReqBody::plyy_schema() {
+    using T = PeloraReqBody;
+    return plyy_makeSchema<T>(
+        {PLYY_PROPERTY(T, device), PLYY_PROPERTY(T, slot), PLYY_PROPERTY(T, appInfo)},
+        "PeloraReqBody");
+}

@@ -1,1 +1,0 @@
-// Keeps this target non-empty until its first source lands.
