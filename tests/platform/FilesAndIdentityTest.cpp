@@ -187,7 +187,8 @@ TEST_F(DeviceIdentityTest, DesktopPlatformInstallsEveryRealService) {
     ::setenv("XDG_CACHE_HOME", (root / "xdg").c_str(), 1);
     auto s = pelora::desktop::makeDesktopServices(
         {.bundleInfo = {{"CFBundleIdentifier", "com.example.demohost"}}});
-    ASSERT_TRUE(s.clock && s.mainRunLoop && s.http && s.files && s.device && s.reachability);
+    ASSERT_TRUE(s.clock && s.mainRunLoop && s.http && s.files && s.device && s.reachability &&
+                s.urlOpener && s.imageDecoder);
     EXPECT_EQ(fs::path(s.files->cachesDirectory()), root / "xdg/com.example.demohost");
     EXPECT_TRUE(s.reachability->createWithName("www.example.com"));
 }
