@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+#include <pelora/PeloraApiAd.h>
+
+#include "AdAnswerFixtures.h"
+#include "support/PeloraYYModel.h"
+
+namespace {
+
+TEST(ResponseModel, EnvelopeWithAndWithoutPayload) {
+    auto empty = plyy_modelWithJSON<PeloraRespData>(R"({"code":500,"data":{"ads":[]}})");
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty->code, 500);
+    ASSERT_NE(empty->rData, nullptr);
+    ASSERT_TRUE(empty->rData->ads);
+    EXPECT_TRUE(empty->rData->ads->empty());
+
+    auto noPayload = plyy_modelWithJSON<PeloraRespData>(R"({"code":0})");
+    ASSERT_NE(noPayload, nullptr);
+    EXPECT_EQ(noPayload->rData, nullptr);
+
+    EXPECT_EQ(plyy_modelWithJSON<PeloraRespData>(R"([{"code":0}])"), nullptr);
+    EXPECT_EQ(plyy_modelWithJSON<PeloraRespData>(R"({"code":0,)"), nullptr);
+}
+
+TEST(ResponseModel, TrackingListOnlyThroughAdTrackVO) {
+    auto answer = plyy_modelWithJSON<PeloraRespData>(R"({"code":0,"data":{"ads":[{
+        "adId":"a1","trackUrls":[{"trackType":1,"urls":["http://t/1"]},
+                                 {"trackType":1,"urls":["http://t/2"],"method":"POST"}]}]}})");
+    ASSERT_TRUE(answer && answer->rData && answer->rData->ads);
+    const auto& ad = answer->rData->ads->front();
+    EXPECT_TRUE(ad->trackUrls().empty());
+    ASSERT_TRUE(ad->adTrackVO());
+    ASSERT_EQ(ad->adTrackVO()->size(), 2u);
+    EXPECT_EQ((*ad->adTrackVO())[0]->urls, std::vector<std::string>{"http://t/1"});
+    EXPECT_EQ((*ad->adTrackVO())[1]->method, "POST");
+    EXPECT_FALSE((*ad->adTrackVO())[0]->clicked_upload);
+
+    // Written back, the parsed list goes out under its wire key.
+    const auto out = plyy_modelToJSONObject(*ad);
+    EXPECT_EQ(out["trackUrls"].size(), 2u);
+}
+
+TEST(ResponseModel, EveryWireKeyAndCoercions) {
+    auto answer = plyy_modelWithJSON<PeloraRespData>(R"({"code":"7","data":{
+        "reqId":"R","provider":"P","ads":[{
+          "adId":"ad","creativeType":"3","interactionType":2.0,"title":"T","desc":"D",
+          "source":"S","icons":["i1",5],"images":["m1"],"deeplink":"app://x",
+          "clickAdUrl":"https://land","appName":"N","packageName":"com.n","downloadUrl":"https://d",
+          "unknownKey":{"ignored":true},
+          "videos":[{"videoUrl":"https://v","videoDuration":15,"size":"1024","width":640,
+                     "height":360,"coverUrls":["c"],"buttonText":"Go","endImgUrl":"https://e",
+                     "endHtml":"<p>end</p>","autoLanding":"yes","prefetch":1,"clickAble":true,
+                     "skipSeconds":"5"}, 42]}]}})");
+    ASSERT_TRUE(answer && answer->rData && answer->rData->ads);
+    EXPECT_EQ(answer->code, 7);
+    EXPECT_EQ(answer->rData->reqId, "R");
+    EXPECT_EQ(answer->rData->provider, "P");
+    const auto& ad = *answer->rData->ads->front();
+    EXPECT_EQ(ad.adId, "ad");
+    EXPECT_EQ(ad.creativeType, 3);
+    EXPECT_EQ(ad.interactionType, 2);
+    EXPECT_EQ(ad.icons, std::vector<std::string>{"i1"});
+    EXPECT_EQ(ad.images, std::vector<std::string>{"m1"});
+    EXPECT_EQ(ad.deeplink, "app://x");
+    EXPECT_EQ(ad.downloadUrl, "https://d");
+    EXPECT_FALSE(ad.adTrackVO());
+    ASSERT_TRUE(ad.videos);
+    ASSERT_EQ(ad.videos->size(), 1u);
+    const auto& video = *ad.videos->front();
+    EXPECT_EQ(video.videoDuration, "15");
+    EXPECT_EQ(video.size, 1024);
+    EXPECT_EQ(video.coverUrls, std::vector<std::string>{"c"});
+    EXPECT_TRUE(video.autoLanding);
+    EXPECT_TRUE(video.prefetch);
+    EXPECT_TRUE(video.clickAble);
+    EXPECT_EQ(video.skipSeconds, 5);
+    EXPECT_EQ(video.endHtml, "<p>end</p>");
+    // Internal state is not read from the answer.
+    EXPECT_EQ(ad.reqSlotW, 0);
+    EXPECT_FALSE(ad.exposed_upload);
+}
+
+TEST(ResponseModel, UploadMarks) {
+    auto ad = PeloraApiAd::init();
+    for (int64_t type : {1, 2, 8, 16, 17, 31, 32, 33, 34, 35, 36, 40, 41})
+        EXPECT_FALSE(ad->isUploaded(type));
+    ad->markUploaded(31);
+    ad->markUploaded(31);
+    EXPECT_TRUE(ad->isUploaded(31));
+    EXPECT_FALSE(ad->isUploaded(32));
+    EXPECT_EQ(ad->uploadEventTypes.size(), 2u);
+}
+
+TEST(ResponseModel, GeneratedAnswersMapCompletely) {
+    for (int count : {1, 5, 20}) {
+        const std::string body = pelora::fixtures::adAnswer(count);
+        auto answer = plyy_modelWithJSON<PeloraRespData>(body);
+        ASSERT_TRUE(answer && answer->rData && answer->rData->ads) << count;
+        ASSERT_EQ(answer->rData->ads->size(), static_cast<std::size_t>(count));
+        for (const auto& ad : *answer->rData->ads) {
+            ASSERT_TRUE(ad->adTrackVO());
+            EXPECT_EQ(ad->adTrackVO()->size(), 13u);
+            ASSERT_TRUE(ad->videos);
+            EXPECT_EQ(ad->videos->size(), 1u);
+        }
+        // The byte route and the dictionary route agree on the whole answer.
+        auto viaDictionary = plyy_modelWithJSON<PeloraRespData>(nlohmann::json::parse(body));
+        ASSERT_NE(viaDictionary, nullptr);
+        EXPECT_EQ(plyy_modelToJSONObject(*answer), plyy_modelToJSONObject(*viaDictionary));
+    }
+}
+
+}  // namespace
