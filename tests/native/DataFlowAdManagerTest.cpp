@@ -170,7 +170,7 @@ TEST_F(DataFlowAdManagerTest, DefaultSlotAsksForZeroSizeWithTheSlotTimeOut) {
 }
 
 TEST_F(DataFlowAdManagerTest, FiveAdsArriveInServerOrderEachWithItsOwnTracker) {
-    nlohmann::json ads = nlohmann::json::array();
+    std::vector<nlohmann::json> ads;
     for (int i = 1; i <= 5; ++i) ads.push_back(adJson(server, "n-" + std::to_string(i)));
     setAnswer(answer(ads));
     auto manager = load();
@@ -202,7 +202,7 @@ TEST_F(DataFlowAdManagerTest, FailuresCarryTheirDomainAndCode) {
         {"empty body", [&] { setAnswer(""); }, url, -1},
         {"no payload", [&] { setAnswer("{\"code\":0}"); }, url, -1},
         {"malformed", [&] { setAnswer("[1,2"); }, url, -1},
-        {"no ads", [&] { setAnswer(answer(nlohmann::json::array())); }, "sdk.data.err", -1},
+        {"no ads", [&] { setAnswer(answer({})); }, "sdk.data.err", -1},
         {"ads missing", [&] { setAnswer("{\"code\":0,\"data\":{\"reqId\":\"r\"}}"); },
          "sdk.data.err", -1},
     };

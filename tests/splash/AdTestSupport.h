@@ -163,8 +163,11 @@ inline nlohmann::json adJson(const pelora::testing::LoopbackServer& server, cons
     return ad;
 }
 
-inline std::string answer(const nlohmann::json& ads) {
-    return nlohmann::json{{"code", 0}, {"data", {{"reqId", "r-1"}, {"ads", ads}}}}.dump();
+// An answer carrying `ads` in order (a vector, so one ad still makes a list).
+inline std::string answer(const std::vector<nlohmann::json>& ads) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto& ad : ads) list.push_back(ad);
+    return nlohmann::json{{"code", 0}, {"data", {{"reqId", "r-1"}, {"ads", list}}}}.dump();
 }
 
 inline std::string readFile(const std::string& path) {

@@ -1,0 +1,195 @@
+// `pelora load`: runs the SDK's real loader of one ad kind against an ad server and prints
+// every delegate callback it receives as one JSON object per line.
+
+#include <chrono>
+#include <cmath>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Command.h"
+#include "pelora/PeloraDataFlowAdManager.h"
+#include "pelora/PeloraSDKManager.h"
+#include "pelora/PeloraSplashAdView.h"
+#include "pelora/desktop/DesktopPlatform.h"
+#include "pelora/platform/Services.h"
+#include "track/PeloraTrackEvent.h"
+
+namespace {
+
+using nlohmann::json;
+using pelora::platform::Error;
+
+// Exit status of the command: 0 loaded, 1 a failure callback (or no outcome at all).
+struct Outcome {
+    bool done = false;
+    int status = 1;
+};
+
+void emit(const json& line) {
+    std::cout << line.dump() << std::endl;
+}
+
+json errorLine(const std::string& callback, const Error& error) {
+    return json{{"callback", callback}, {"domain", error.domain}, {"code", error.code}};
+}
+
+class SplashPrinter : public PeloraSplashAdViewDelegate {
+  public:
+    explicit SplashPrinter(Outcome& outcome) : outcome_(outcome) {}
+
+    void splashAdDidLoad(std::shared_ptr<PeloraSplashAdView> view) override {
+        // The ad is bound while rendering, right after this callback returns; name it once
+        // the rendering (and with it a possible show) is over.
+        pendingLoad_ = true;
+        std::weak_ptr<PeloraSplashAdView> weak = view;
+        pelora::platform::services().mainRunLoop->post([this, weak] {
+            json line{{"callback", "splashAdDidLoad"}, {"adId", nullptr}};
+            if (auto v = weak.lock()) {
+                if (v->trackEvent() && v->trackEvent()->ad() && v->trackEvent()->ad()->adId)
+                    line["adId"] = *v->trackEvent()->ad()->adId;
+            }
+            emit(line);
+            for (const auto& held : held_) emit(held);
+            held_.clear();
+            pendingLoad_ = false;
+            outcome_.status = 0;
+            outcome_.done = true;
+        });
+    }
+    void splashAdDidFailWithError(std::shared_ptr<PeloraSplashAdView>, const Error& e) override {
+        print(errorLine("splashAdDidFailWithError", e));
+        outcome_.status = 1;
+        outcome_.done = true;
+    }
+    void splashAdDidShow(std::shared_ptr<PeloraSplashAdView>) override {
+        print({{"callback", "splashAdDidShow"}});
+    }
+    void splashAdDidClick(std::shared_ptr<PeloraSplashAdView>) override {
+        print({{"callback", "splashAdDidClick"}});
+    }
+    void splashAdDidClickSkip(std::shared_ptr<PeloraSplashAdView>) override {
+        print({{"callback", "splashAdDidClickSkip"}});
+    }
+    void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView>) override {
+        print({{"callback", "splashAdTimeOver"}});
+    }
+
+  private:
+    void print(const json& line) {
+        if (pendingLoad_) {
+            held_.push_back(line);
+        } else {
+            emit(line);
+        }
+    }
+    Outcome& outcome_;
+    bool pendingLoad_ = false;
+    std::vector<json> held_;
+};
+
+class NativePrinter : public PeloraDataFlowAdManagerDelegate {
+  public:
+    explicit NativePrinter(Outcome& outcome) : outcome_(outcome) {}
+    void dataFlowAdManagerDidSuccessLoad(
+        std::shared_ptr<PeloraDataFlowAdManager>,
+        std::vector<std::shared_ptr<PeloraNativeAd>> ads) override {
+        json ids = json::array();
+        for (const auto& ad : ads) {
+            auto data = ad ? ad->adData() : nullptr;
+            ids.push_back(data && data->adId ? json(*data->adId) : json(nullptr));
+        }
+        emit({{"callback", "dataFlowAdManagerDidSuccessLoad"}, {"ads", ids}});
+        outcome_.status = 0;
+        outcome_.done = true;
+    }
+    void dataFlowAdManagerDidFailWithError(std::shared_ptr<PeloraDataFlowAdManager>,
+                                           const Error& error) override {
+        emit(errorLine("dataFlowAdManagerDidFailWithError", error));
+        outcome_.status = 1;
+        outcome_.done = true;
+    }
+
+  private:
+    Outcome& outcome_;
+};
+
+int runLoad(const std::vector<std::string>& args) {
+    using namespace pelora::cli;
+    auto parsed = parseArgs(args, {"kind", "slot", "base-url", "timeout", "width", "height"});
+    if (!parsed.error.empty()) return usageError("load", parsed.error);
+    if (!parsed.positional.empty())
+        return usageError("load", "unexpected argument " + parsed.positional[0]);
+    std::string kind = parsed.has("kind") ? parsed.options["kind"] : "";
+    if (kind != "splash" && kind != "native")
+        return usageError("load", "--kind must be splash or native");
+    if (!parsed.has("slot")) return usageError("load", "--slot is required");
+    if (!parsed.has("base-url")) return usageError("load", "--base-url is required");
+    double timeout = 3;
+    if (parsed.has("timeout") && (!parseDouble(parsed.options["timeout"], timeout) || timeout < 0))
+        return usageError("load", "--timeout needs a number of seconds");
+    int64_t width = 0;
+    int64_t height = 0;
+    if (parsed.has("width") && !parseInt64(parsed.options["width"], width))
+        return usageError("load", "--width needs an integer");
+    if (parsed.has("height") && !parseInt64(parsed.options["height"], height))
+        return usageError("load", "--height needs an integer");
+
+    auto services = pelora::desktop::installDesktopPlatform();
+    PeloraConstConfig::setBaseUrlOverride(parsed.options["base-url"]);
+
+    Outcome outcome;
+    std::shared_ptr<PeloraSplashAdView> splash;
+    std::shared_ptr<SplashPrinter> splashPrinter;
+    std::shared_ptr<PeloraDataFlowAdManager> manager;
+    std::shared_ptr<NativePrinter> nativePrinter;
+
+    if (kind == "splash") {
+        auto screen = services.device->screenBounds();
+        splash = PeloraSplashAdView::initWithSlotID(parsed.options["slot"], screen);
+        if (!splash) {
+            std::cerr << "pelora: the splash view's interface file was not found (is "
+                         "PeloraSDKBundle.bundle beside the program?)\n";
+            return 1;
+        }
+        splashPrinter = std::make_shared<SplashPrinter>(outcome);
+        splash->setDelegate(splashPrinter);
+        splash->setTolerateTimeout(timeout);
+        splash->loadAdData();
+    } else {
+        auto slot = std::make_shared<PeloraDataFlowSlot>();
+        slot->slotId = parsed.options["slot"];
+        slot->tolerateTimeout = static_cast<int64_t>(std::trunc(timeout));
+        slot->slotWidth = width;
+        slot->slotHeight = height;
+        manager = PeloraDataFlowAdManager::initWithSlot(slot);
+        nativePrinter = std::make_shared<NativePrinter>(outcome);
+        manager->setDelegate(nativePrinter);
+        manager->loadAdData();
+    }
+
+    // The request's own time-out ends every load; the margin covers a platform that rounds
+    // a time-out of 0 up to its default.
+    auto& loop = *services.mainRunLoop;
+    double limit = std::max(timeout, 1.0) + 65.0;
+    loop.runUntil([&] { return outcome.done; }, loop.clock().monotonicSeconds() + limit);
+    if (!outcome.done) {
+        std::cerr << "pelora: the load reported nothing in time\n";
+        return 1;
+    }
+    // Stop the countdown a loaded splash started: the command ends with the load's outcome.
+    if (splash) splash->stopTimer();
+    return outcome.status;
+}
+
+const bool registered = pelora::cli::registerCommand({
+    "load",
+    "load --kind splash|native --slot ID --base-url URL [--timeout S] [--width W] [--height H]",
+    "run the SDK's splash or native loader against a server and print each callback as JSON",
+    runLoad,
+});
+
+}  // namespace
