@@ -1,5 +1,6 @@
 #include "core/PeloraNetwork.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -96,15 +97,19 @@ struct EscapeTable {
 const EscapeTable kEscape;
 constexpr char kHex[] = "0123456789ABCDEF";
 
-void escapeInto(std::string_view piece, std::string& out) {
+// Writes the escaped piece at `dst` (room for three bytes per input byte) and returns the end.
+char* escapeInto(std::string_view piece, char* dst) {
     for (unsigned char c : piece) {
         if (kEscape.keep[c]) {
-            out.push_back(static_cast<char>(c));
+            *dst++ = static_cast<char>(c);
         } else {
-            char triple[3] = {'%', kHex[c >> 4], kHex[c & 0xF]};
-            out.append(triple, 3);
+            dst[0] = '%';
+            dst[1] = kHex[c >> 4];
+            dst[2] = kHex[c & 0xF];
+            dst += 3;
         }
     }
+    return dst;
 }
 
 }  // namespace
@@ -358,9 +363,27 @@ std::shared_ptr<pelora::platform::HttpTask> PeloraNetwork::downloadTaskWithUrl(
 std::string pl_AFPercentEscapedStringFromString(const std::string& text) {
     std::string out;
     if (text.empty()) return out;
-    out.reserve(text.size() * 3 / 2 + 16);
-    // Batches of at most 50 UTF-16 units widened to whole composed sequences, so no batch ever
-    // ends inside a surrogate pair or between a base character and its marks.
-    for (std::string_view batch : PeloraTool::composedBatches(text, 50)) escapeInto(batch, out);
+    // Worst case three bytes per byte; trimmed once at the end instead of growing per byte.
+    out.resize(text.size() * 3);
+    char* dst = out.data();
+    // Pure ASCII text has no surrogate pairs and nothing that attaches to a previous
+    // character, so its batches are plain 50-byte slices; URLs almost always take this path.
+    unsigned char high = 0;
+    for (unsigned char c : text) high |= c;
+    if ((high & 0x80) == 0) {
+        std::string_view rest(text);
+        while (!rest.empty()) {
+            size_t n = std::min<size_t>(50, rest.size());
+            dst = escapeInto(rest.substr(0, n), dst);
+            rest.remove_prefix(n);
+        }
+    } else {
+        // Batches of at most 50 UTF-16 units widened to whole composed sequences, so no batch
+        // ever ends inside a surrogate pair or between a base character and its marks.
+        for (std::string_view batch : PeloraTool::composedBatches(text, 50)) {
+            dst = escapeInto(batch, dst);
+        }
+    }
+    out.resize(static_cast<size_t>(dst - out.data()));
     return out;
 }
