@@ -9,6 +9,7 @@
 #include <clocale>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <limits>
 #include <mutex>
@@ -541,6 +542,11 @@ struct SimdView {
         return o;
     }
     std::size_t objectSize() const { return object().size(); }
+    std::size_t arraySize() const {
+        simdjson::dom::array a;
+        if (e.get(a) != simdjson::SUCCESS) return 0;
+        return a.size();
+    }
     template <class F>
     void eachElement(F&& f) const {
         simdjson::dom::array a;
@@ -623,6 +629,7 @@ struct JsonView {
     double real() const { return j->get<double>(); }
     std::string_view text() const { return j->get_ref<const std::string&>(); }
     std::size_t objectSize() const { return j->size(); }
+    std::size_t arraySize() const { return j->size(); }
     template <class F>
     void eachElement(F&& f) const {
         for (const auto& child : *j) f(JsonView{&child});
@@ -749,6 +756,7 @@ void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int 
                 // Elements that already are text are kept; anything else is not an element of
                 // this list and is dropped.
                 std::vector<std::string> list;
+                list.reserve(value.arraySize());
                 value.eachElement([&](V one) {
                     if (one.kind() == VKind::String) list.emplace_back(one.text());
                 });
@@ -778,6 +786,7 @@ void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int 
             } else if (kind == VKind::Array) {
                 const _PeloraYYModelMeta& element = a.elementMeta();
                 std::vector<std::shared_ptr<void>> list;
+                list.reserve(value.arraySize());
                 value.eachElement([&](V one) {
                     if (ctx.tooDeep || one.kind() != VKind::Object) return;
                     if (auto made = newModelFrom(element, one, depth + 1, ctx))
@@ -884,8 +893,18 @@ std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::st
             return std::nullopt;
         }
     }
+    // The parser reads a little past the end of its input; the bytes are copied into a
+    // padded buffer kept per thread, instead of a fresh allocation for every answer.
+    thread_local std::unique_ptr<char[]> padded;
+    thread_local std::size_t paddedCapacity = 0;
+    if (paddedCapacity < bytes.size() + simdjson::SIMDJSON_PADDING) {
+        paddedCapacity = std::max(bytes.size() + simdjson::SIMDJSON_PADDING, paddedCapacity * 2);
+        padded.reset(new char[paddedCapacity]);
+    }
+    if (!bytes.empty()) std::memcpy(padded.get(), bytes.data(), bytes.size());
+    std::memset(padded.get() + bytes.size(), 0, simdjson::SIMDJSON_PADDING);
     simdjson::dom::element root;
-    if (auto err = parser.parse(bytes.data(), bytes.size(), true).get(root)) {
+    if (auto err = parser.parse(padded.get(), bytes.size(), false).get(root)) {
         if (whyNot) {
             *whyNot =
                 err == simdjson::DEPTH_ERROR
