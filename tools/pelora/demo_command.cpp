@@ -72,9 +72,15 @@ std::string trackName(int64_t type) {
     }
 }
 
+// Tokens still in a tracking request. The click id is never known on the device, so the SDK
+// always leaves "__CLICK_ID__" for the ad server to fill in; every other token must be gone.
 bool macrosLeft(const std::string& text) {
     static const std::regex token("__[A-Z0-9_]+__");
-    return std::regex_search(text, token);
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), token);
+         it != std::sregex_iterator(); ++it) {
+        if (it->str() != "__CLICK_ID__") return true;
+    }
+    return false;
 }
 
 // What was printed, and everything the checks at the end look at.
@@ -119,7 +125,7 @@ class Demo {
             records.swap(pendingRecords_);
             logs.swap(pendingLogs_);
         }
-        for (const auto& line : logs) note("sdk-log", line, "", {{"line", line}});
+        for (const auto& line : logs) note("sdk", "log: " + line, "", {{"line", line}});
         for (const auto& r : records) {
             std::string text = r.method + " " + r.url;
             if (!r.body.empty()) text += "  body " + r.body;
@@ -205,28 +211,36 @@ class DemoUrlOpener final : public pelora::platform::UrlOpener {
 class SplashHost : public PeloraSplashAdViewDelegate {
   public:
     explicit SplashHost(Demo& demo) : demo_(demo) {}
+    // Shows the countdown text before each callback, so the two read in the order they
+    // happened.
+    std::function<void()> beforeCallback;
     void splashAdDidLoad(std::shared_ptr<PeloraSplashAdView>) override {
         loaded = true;
         demo_.note("splash", "splashAdDidLoad", "");
     }
     void splashAdDidFailWithError(std::shared_ptr<PeloraSplashAdView>, const Error& e) override {
+        if (beforeCallback) beforeCallback();
         failed = true;
         demo_.note("splash", "splashAdDidFailWithError", e.domain + " " + std::to_string(e.code),
                    {{"domain", e.domain}, {"code", e.code}});
     }
     void splashAdDidShow(std::shared_ptr<PeloraSplashAdView>) override {
+        if (beforeCallback) beforeCallback();
         shown = true;
         demo_.note("splash", "splashAdDidShow", "");
     }
     void splashAdDidClick(std::shared_ptr<PeloraSplashAdView>) override {
+        if (beforeCallback) beforeCallback();
         ++clicks;
         demo_.note("splash", "splashAdDidClick", "");
     }
     void splashAdDidClickSkip(std::shared_ptr<PeloraSplashAdView>) override {
+        if (beforeCallback) beforeCallback();
         skipped = true;
         demo_.note("splash", "splashAdDidClickSkip", "");
     }
     void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView>) override {
+        if (beforeCallback) beforeCallback();
         timedOut = true;
         demo_.note("splash", "splashAdTimeOver", "");
     }
@@ -418,18 +432,23 @@ int runDemo(const std::vector<std::string>& args) {
         window->addSubview(splash);
         run.images.push_back({"splash image", splash->imageV()});
         std::weak_ptr<PeloraSplashAdView> weakSplash = splash;
-        run.onStep = [&, weakSplash] {
+        auto watchCountdown = [&, weakSplash] {
+            auto view = weakSplash.lock();
+            if (!view || !splashHost->loaded || !view->countL()) return;
+            std::string label = view->countL()->text().value_or("");
+            if (!ticks.empty() && ticks.back() == label) return;
+            if (!view->timer() && label != "0") return;  // the file's placeholder text
+            ticks.push_back(label);
+            demo.note("splash", "countdown " + label, "", {{"countDown", label}});
+        };
+        splashHost->beforeCallback = watchCountdown;
+        run.onStep = [&, weakSplash, watchCountdown] {
+            watchCountdown();
             auto view = weakSplash.lock();
             if (!view || !splashHost->loaded) return;
             if (adId.empty() && view->trackEvent() && view->trackEvent()->ad())
                 adId = view->trackEvent()->ad()->adId.value_or("");
             std::string label = view->countL() ? view->countL()->text().value_or("") : "";
-            if (!splashHost->finished() || ticks.empty() || ticks.back() != label) {
-                if ((ticks.empty() || ticks.back() != label) && (view->timer() || label == "0")) {
-                    ticks.push_back(label);
-                    demo.note("splash", "countdown " + label, "", {{"countDown", label}});
-                }
-            }
             if (userActed || splashHost->finished() || !view->timer()) return;
             auto left = std::to_string(skipAt ? *skipAt : tapAt ? *tapAt : -1);
             if (label != left) return;
@@ -466,6 +485,7 @@ int runDemo(const std::vector<std::string>& args) {
                 3);
         }
         run.onStep = nullptr;
+        splashHost->beforeCallback = nullptr;
         demo.note("host", "removes the splash view", "");
         splash->removeFromSuperview();
         splash.reset();
@@ -580,11 +600,16 @@ int runDemo(const std::vector<std::string>& args) {
                    click && !macrosLeft(click->url + click->body), click ? click->url : "none");
     }
 
+    // The host is done with its ads.
+    if (container) container->removeFromSuperview();
+    container.reset();
+    nativeHost->ads.clear();
+    manager.reset();
+    demo.drain();
+
     bool ok = demo.summary();
     sandbox.setTrackingObserver(nullptr);
     pelora::platform::setLogSink(nullptr);
-    manager.reset();
-    nativeHost->ads.clear();
     sandbox.stop();
     return ok ? 0 : 1;
 }
