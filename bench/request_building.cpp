@@ -13,6 +13,7 @@
 #include "pelora/testing/FakeDeviceInfo.h"
 #include "pelora/testing/FakeReachability.h"
 #include "pelora/testing/ManualClock.h"
+#include "support/PeloraYYModel.h"
 
 namespace {
 
@@ -54,6 +55,40 @@ void BM_BuildAndSerializeRequest(benchmark::State& state) {
     state.counters["wire_bytes"] = static_cast<double>(bytes);
 }
 BENCHMARK(BM_BuildAndSerializeRequest);
+
+// The same work split in its parts, to tell where the time goes.
+void BM_BuildRecordsOnly(benchmark::State& state) {
+    installFakes();
+    for (auto _ : state) {
+        auto query = PeloraUrlQuery::init();
+        auto body = PeloraReqBody::init();
+        benchmark::DoNotOptimize(query);
+        benchmark::DoNotOptimize(body);
+    }
+}
+BENCHMARK(BM_BuildRecordsOnly);
+
+void BM_SerializeOnly(benchmark::State& state) {
+    installFakes();
+    auto query = PeloraUrlQuery::init();
+    auto body = PeloraReqBody::init();
+    const std::string url = PeloraConstConfig::urlfetchAd();
+    for (auto _ : state) {
+        auto request = PeloraNetwork::adFetchRequest(url, query.get(), body.get(), {});
+        benchmark::DoNotOptimize(request);
+    }
+}
+BENCHMARK(BM_SerializeOnly);
+
+void BM_QueryEncodingOnly(benchmark::State& state) {
+    installFakes();
+    auto dict = plyy_modelToJSONObject(*PeloraUrlQuery::init());
+    for (auto _ : state) {
+        auto encoded = PeloraNetwork::urlEncodeQuryWithDictionary(dict);
+        benchmark::DoNotOptimize(encoded);
+    }
+}
+BENCHMARK(BM_QueryEncodingOnly);
 
 void BM_PercentEscape300ByteUrl(benchmark::State& state) {
     std::string url =

@@ -112,6 +112,34 @@ char* escapeInto(std::string_view piece, char* dst) {
     return dst;
 }
 
+// Appends the escaped text to `out`: the one escaping routine behind both the public
+// function and the query encoder, which calls it without building temporary strings.
+void appendPercentEscaped(std::string& out, std::string_view text) {
+    if (text.empty()) return;
+    const size_t start = out.size();
+    // Worst case three bytes per byte; trimmed once at the end instead of growing per byte.
+    out.resize(start + text.size() * 3);
+    char* dst = out.data() + start;
+    // Pure ASCII text has no surrogate pairs and nothing that attaches to a previous
+    // character, so its batches are plain 50-byte slices; URLs almost always take this path.
+    unsigned char high = 0;
+    for (unsigned char c : text) high |= c;
+    if ((high & 0x80) == 0) {
+        while (!text.empty()) {
+            size_t n = std::min<size_t>(50, text.size());
+            dst = escapeInto(text.substr(0, n), dst);
+            text.remove_prefix(n);
+        }
+    } else {
+        // Batches of at most 50 UTF-16 units widened to whole composed sequences, so no batch
+        // ever ends inside a surrogate pair or between a base character and its marks.
+        for (std::string_view batch : PeloraTool::composedBatches(text, 50)) {
+            dst = escapeInto(batch, dst);
+        }
+    }
+    out.resize(static_cast<size_t>(dst - out.data()));
+}
+
 }  // namespace
 
 // ---- PeloraCoreSessionManager -----------------------------------------------------------------
@@ -164,12 +192,17 @@ void PeloraNetwork::resetSessionsForTesting() {
 std::string PeloraNetwork::urlEncodeQuryWithDictionary(const nlohmann::json& dictionary) {
     std::string out;
     if (!dictionary.is_object()) return out;
+    out.reserve(dictionary.size() * 24);
     for (auto it = dictionary.begin(); it != dictionary.end(); ++it) {
         if (!out.empty()) out.push_back('&');
-        out += pl_AFPercentEscapedStringFromString(it.key());
-        if (!it.value().is_null()) {
-            out.push_back('=');
-            out += pl_AFPercentEscapedStringFromString(queryDescription(it.value()));
+        appendPercentEscaped(out, it.key());
+        const nlohmann::json& value = it.value();
+        if (value.is_null()) continue;
+        out.push_back('=');
+        if (value.is_string()) {
+            appendPercentEscaped(out, value.get_ref<const std::string&>());
+        } else {
+            appendPercentEscaped(out, queryDescription(value));
         }
     }
     return out;
@@ -362,28 +395,6 @@ std::shared_ptr<pelora::platform::HttpTask> PeloraNetwork::downloadTaskWithUrl(
 
 std::string pl_AFPercentEscapedStringFromString(const std::string& text) {
     std::string out;
-    if (text.empty()) return out;
-    // Worst case three bytes per byte; trimmed once at the end instead of growing per byte.
-    out.resize(text.size() * 3);
-    char* dst = out.data();
-    // Pure ASCII text has no surrogate pairs and nothing that attaches to a previous
-    // character, so its batches are plain 50-byte slices; URLs almost always take this path.
-    unsigned char high = 0;
-    for (unsigned char c : text) high |= c;
-    if ((high & 0x80) == 0) {
-        std::string_view rest(text);
-        while (!rest.empty()) {
-            size_t n = std::min<size_t>(50, rest.size());
-            dst = escapeInto(rest.substr(0, n), dst);
-            rest.remove_prefix(n);
-        }
-    } else {
-        // Batches of at most 50 UTF-16 units widened to whole composed sequences, so no batch
-        // ever ends inside a surrogate pair or between a base character and its marks.
-        for (std::string_view batch : PeloraTool::composedBatches(text, 50)) {
-            dst = escapeInto(batch, dst);
-        }
-    }
-    out.resize(static_cast<size_t>(dst - out.data()));
+    appendPercentEscaped(out, text);
     return out;
 }
