@@ -3,9 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -18,6 +20,7 @@
 #include "core/PeloraRequest.h"
 #include "pelora/PeloraApiAd.h"
 #include "pelora/PeloraSDKManager.h"
+#include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 
 namespace {
@@ -141,6 +144,22 @@ TEST_F(TransportTest, AnswerWithDataIsSuccessAndEveryAdCarriesTheSlotSize) {
     EXPECT_EQ((*r.resp->ads)[0]->title, "first");
     ASSERT_TRUE((*r.resp->ads)[1]->adTrackVO());
     EXPECT_EQ((*r.resp->ads)[1]->adTrackVO()->size(), 1u);
+}
+
+TEST_F(TransportTest, FetchWritesItsResultCodeToTheLog) {
+    std::vector<std::string> lines;
+    std::mutex linesLock;  // backends may log from their own threads
+    pelora::platform::setLogSink([&](pelora::platform::LogLevel, std::string_view m) {
+        std::lock_guard g(linesLock);
+        lines.emplace_back(m);
+    });
+    server.on(kFetchPath, LoopbackResponse::json(kTwoAds));
+    fetch(server.url(kFetchPath));
+    server.on(kFetchPath, LoopbackResponse::json(R"({"code":0})"));
+    fetch(server.url(kFetchPath));
+    pelora::platform::setLogSink(nullptr);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "0"), 1);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "-1"), 1);
 }
 
 TEST_F(TransportTest, ServerErrorStatusWithDataIsStillSuccess) {
