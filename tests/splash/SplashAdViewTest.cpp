@@ -334,6 +334,54 @@ TEST_F(SplashAdViewTest, ReleasedViewIgnoresItsTimerAndLogsItsEnd) {
     EXPECT_EQ(recorder->events, (Events{"load", "show"}));
 }
 
+// A host closes the splash from inside the final callback: it removes the view and drops
+// its last reference while the SDK is still on the stack.
+struct ClosingHost : SplashRecorder {
+    std::shared_ptr<PeloraSplashAdView> view;
+    void close(const std::shared_ptr<PeloraSplashAdView>& v) {
+        if (v) v->removeFromSuperview();
+        view.reset();
+    }
+    void splashAdDidClick(std::shared_ptr<PeloraSplashAdView> v) override {
+        SplashRecorder::splashAdDidClick(v);
+        close(v);
+    }
+    void splashAdDidClickSkip(std::shared_ptr<PeloraSplashAdView> v) override {
+        SplashRecorder::splashAdDidClickSkip(v);
+        close(v);
+    }
+    void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView> v) override {
+        SplashRecorder::splashAdTimeOver(v);
+        close(v);
+    }
+};
+
+TEST_F(SplashAdViewTest, HostMayReleaseTheViewInsideItsFinalCallback) {
+    for (const char* how : {"timeover", "skip", "click"}) {
+        SCOPED_TRACE(how);
+        auto host = std::make_shared<ClosingHost>();
+        host->view = PeloraSplashAdView::initWithSlotID("s", makeRect(0, 0, 375, 667));
+        ASSERT_TRUE(host->view);
+        host->view->setDelegate(host);
+        window->addSubview(host->view);
+        std::weak_ptr<PeloraSplashAdView> weak = host->view;
+        host->view->loadAdData();
+        ASSERT_TRUE(tp.waitFor([&] { return !host->events.empty(); }));
+        std::string what = how;
+        if (what == "skip") {
+            tapAt(weak.lock()->skipBtn());
+        } else if (what == "click") {
+            window->sendTap({100, 400});
+        } else {
+            advanceSeconds(5);
+        }
+        EXPECT_EQ(host->events.back(), what);
+        EXPECT_TRUE(weak.expired());
+        advanceSeconds(6);
+        EXPECT_EQ(host->events.back(), what);
+    }
+}
+
 // ---- the load's outcomes --------------------------------------------------------------------
 
 TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode) {
