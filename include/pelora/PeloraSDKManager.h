@@ -20,6 +20,8 @@ class PeloraSDKManager : public std::enable_shared_from_this<PeloraSDKManager> {
     PeloraSDKManager& operator=(const PeloraSDKManager&) = delete;
 
     // The singleton, created (with its monitor started) on the first call from any thread.
+    // Install the platform services before that first call: the monitor is made from them,
+    // and a manager created without them has no monitor for the life of the process.
     static std::shared_ptr<PeloraSDKManager> shareManager();
 
     // Stores the id on the singleton; requests built afterwards carry it. No validation.
