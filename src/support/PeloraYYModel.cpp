@@ -10,7 +10,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <limits>
 #include <mutex>
 #include <unordered_map>
@@ -115,9 +114,6 @@ template int32_t narrow<int32_t>(const PeloraYYNumber&);
 template uint32_t narrow<uint32_t>(const PeloraYYNumber&);
 template int64_t narrow<int64_t>(const PeloraYYNumber&);
 template uint64_t narrow<uint64_t>(const PeloraYYNumber&);
-template long long narrow<long long>(const PeloraYYNumber&);
-template unsigned long long narrow<unsigned long long>(const PeloraYYNumber&);
-template char narrow<char>(const PeloraYYNumber&);
 template float narrow<float>(const PeloraYYNumber&);
 template double narrow<double>(const PeloraYYNumber&);
 
