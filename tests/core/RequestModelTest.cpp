@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <pelora/PeloraSDKManager.h>
 
-#include <regex>
 #include <set>
 
 #include "TestPlatform.h"
@@ -29,7 +28,8 @@ TEST_F(RequestModelTest, QueryValuesAndFormats) {
     auto a = PeloraUrlQuery::init();
     auto b = PeloraUrlQuery::init();  // same millisecond on the manual clock
     ASSERT_TRUE(a->reqId && b->reqId);
-    EXPECT_TRUE(std::regex_match(*a->reqId, std::regex("[0-9A-F]{32}"))) << *a->reqId;
+    EXPECT_EQ(a->reqId->size(), 32u);
+    EXPECT_EQ(a->reqId->find_first_not_of("0123456789ABCDEF"), std::string::npos) << *a->reqId;
     EXPECT_NE(*a->reqId, *b->reqId);
     EXPECT_EQ(a->reqTs, b->reqTs);
     EXPECT_EQ(a->reqTs, static_cast<int64_t>(platform.clock->wallSeconds() * 1000.0));
