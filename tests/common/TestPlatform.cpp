@@ -24,7 +24,9 @@ TestPlatform::TestPlatform(ClockKind kind) {
         clock = std::make_shared<platform::SystemClock>();
     }
     loop = std::make_shared<desktop::EventRunLoop>(clock);
-    http = std::make_shared<desktop::CurlHttpSessionFactory>();
+    traffic = std::make_shared<CountingHttpSessionFactory>(
+        std::make_shared<desktop::CurlHttpSessionFactory>());
+    http = traffic;
     desktop::DesktopFileSystem::Options fileOptions;
     fileOptions.bundleIdentifier = "com.example.demohost";
     fileOptions.cachesDirectoryOverride = cachesDirectory();
@@ -64,6 +66,10 @@ void TestPlatform::install() {
 
 size_t TestPlatform::pump() {
     return loop->pump();
+}
+
+bool TestPlatform::waitForNetworkIdle(double realSeconds) {
+    return waitFor([this] { return traffic->outstanding() == 0; }, realSeconds);
 }
 
 bool TestPlatform::waitFor(const std::function<bool()>& predicate, double realSeconds) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "CountingHttp.h"
 #include "pelora/desktop/DesktopFileSystem.h"
 #include "pelora/desktop/EventRunLoop.h"
 #include "pelora/platform/Services.h"
@@ -17,7 +18,7 @@ namespace pelora::testing {
 // A complete set of platform services for one test, installed by the constructor:
 //  - clock: a ManualClock (default) or the system clock;
 //  - mainRunLoop: an EventRunLoop on that clock;
-//  - http: the real libcurl session factory (talk only to a LoopbackServer);
+//  - http: the real libcurl session factory (talk only to a LoopbackServer), counted;
 //  - files: DesktopFileSystem rooted in a fresh temporary directory, removed at destruction;
 //  - device: FakeDeviceInfo with realistic defaults; reachability: FakeReachabilityService;
 //  - imageDecoder: the stb decoder; urlOpener: a RecordingUrlOpener; a test may replace
@@ -53,6 +54,9 @@ class TestPlatform {
     size_t advance(double seconds);
     // Runs whatever is due now.
     size_t pump();
+    // Runs the loop until every HTTP task created through `http` has completed (so a loopback
+    // server has recorded every request the SDK issued), bounded in real seconds.
+    bool waitForNetworkIdle(double realSeconds = 10.0);
 
     std::string rootDirectory() const { return root_; }
     std::string cachesDirectory() const { return root_ + "/Caches"; }
@@ -60,7 +64,8 @@ class TestPlatform {
     std::shared_ptr<ManualClock> manualClock;  // null with ClockKind::System
     std::shared_ptr<platform::Clock> clock;
     std::shared_ptr<desktop::EventRunLoop> loop;
-    std::shared_ptr<platform::HttpSessionFactory> http;
+    std::shared_ptr<platform::HttpSessionFactory> http;  // `traffic` unless a test replaced it
+    std::shared_ptr<CountingHttpSessionFactory> traffic;
     std::shared_ptr<desktop::DesktopFileSystem> files;
     std::shared_ptr<FakeDeviceInfo> device;
     std::shared_ptr<FakeReachabilityService> reachability;

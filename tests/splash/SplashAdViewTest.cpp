@@ -110,6 +110,8 @@ class SplashAdViewTest : public ::testing::Test {
             server.url("/settle"), nullptr, nullptr,
             [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
         EXPECT_TRUE(tp.waitFor([&] { return done; }));
+        // Requests on parallel connections arrive in any order: wait for all of them.
+        EXPECT_TRUE(tp.waitForNetworkIdle());
         return server.requests();
     }
 

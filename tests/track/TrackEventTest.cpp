@@ -79,6 +79,8 @@ class TrackEventTest : public ::testing::Test {
             server.url("/settle"), nullptr, nullptr,
             [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
         EXPECT_TRUE(tp.waitFor([&] { return done; }, 10));
+        // Requests on parallel connections arrive in any order: wait for all of them.
+        EXPECT_TRUE(tp.waitForNetworkIdle());
         std::vector<RecordedRequest> out;
         for (auto& r : server.requests())
             if (r.path != "/settle") out.push_back(r);

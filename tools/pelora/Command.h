@@ -35,7 +35,8 @@ struct ParsedArgs {
     bool has(const std::string& name) const { return options.count(name) != 0; }
     bool hasFlag(const std::string& name) const;
 };
-ParsedArgs parseArgs(const std::vector<std::string>& args, const std::vector<std::string>& valueNames,
+ParsedArgs parseArgs(const std::vector<std::string>& args,
+                     const std::vector<std::string>& valueNames,
                      const std::vector<std::string>& flagNames = {});
 
 // Strict numeric parsing for option values; false when the whole text is not a number.

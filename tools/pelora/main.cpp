@@ -20,7 +20,9 @@ bool registerCommand(Command command) {
     return true;
 }
 
-const std::map<std::string, Command>& commands() { return registry(); }
+const std::map<std::string, Command>& commands() {
+    return registry();
+}
 
 int usageError(const std::string& commandName, const std::string& message) {
     if (!message.empty()) std::cerr << "pelora: " << message << "\n";
@@ -38,7 +40,8 @@ bool ParsedArgs::hasFlag(const std::string& name) const {
     return false;
 }
 
-ParsedArgs parseArgs(const std::vector<std::string>& args, const std::vector<std::string>& valueNames,
+ParsedArgs parseArgs(const std::vector<std::string>& args,
+                     const std::vector<std::string>& valueNames,
                      const std::vector<std::string>& flagNames) {
     ParsedArgs out;
     auto contains = [](const std::vector<std::string>& v, const std::string& s) {

@@ -22,10 +22,14 @@ std::atomic<int> minimumLevel{static_cast<int>(LogLevel::Debug)};
 
 const char* logLevelName(LogLevel level) {
     switch (level) {
-        case LogLevel::Debug: return "debug";
-        case LogLevel::Info: return "info";
-        case LogLevel::Warning: return "warning";
-        case LogLevel::Error: return "error";
+        case LogLevel::Debug:
+            return "debug";
+        case LogLevel::Info:
+            return "info";
+        case LogLevel::Warning:
+            return "warning";
+        case LogLevel::Error:
+            return "error";
     }
     return "?";
 }
@@ -35,7 +39,9 @@ void setLogSink(LogSink sink) {
     sinkSlot() = sink ? std::make_shared<LogSink>(std::move(sink)) : nullptr;
 }
 
-void setMinimumLogLevel(LogLevel level) { minimumLevel = static_cast<int>(level); }
+void setMinimumLogLevel(LogLevel level) {
+    minimumLevel = static_cast<int>(level);
+}
 
 void log(LogLevel level, std::string_view message) {
     if (static_cast<int>(level) < minimumLevel.load()) return;

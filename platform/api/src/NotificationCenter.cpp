@@ -12,7 +12,8 @@ NotificationCenter::Token NotificationCenter::addObserver(
     std::lock_guard lock(mutex_);
     Token token = next_++;
     entries_.push_back(
-        {token, name, std::make_shared<std::function<void(const Notification&)>>(std::move(block))});
+        {token, name,
+         std::make_shared<std::function<void(const Notification&)>>(std::move(block))});
     return token;
 }
 

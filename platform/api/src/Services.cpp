@@ -30,6 +30,8 @@ const Services& services() {
     return slot();
 }
 
-bool hasServices() { return installed(); }
+bool hasServices() {
+    return installed();
+}
 
 }  // namespace pelora::platform

@@ -5,7 +5,7 @@ namespace pelora::platform {
 // Source of time for the run loop, timers and timestamps. Tests install a manual clock
 // (pelora/testing/ManualClock.h) and advance it, so a five-second countdown runs instantly.
 class Clock {
-public:
+  public:
     virtual ~Clock() = default;
     // Seconds on a monotonic scale; only differences are meaningful. Timers use this.
     virtual double monotonicSeconds() const = 0;
@@ -15,7 +15,7 @@ public:
 
 // std::chrono-backed clock used by the real backends.
 class SystemClock final : public Clock {
-public:
+  public:
     double monotonicSeconds() const override;
     double wallSeconds() const override;
 };

@@ -40,7 +40,7 @@ inline constexpr const char* kCFBundleVersion = "CFBundleVersion";
 
 // Device and application identity.
 class DeviceInfo {
-public:
+  public:
     virtual ~DeviceInfo() = default;
     // Per-vendor identifier, canonical upper-case UUID text (36 characters), stable per machine.
     virtual std::optional<std::string> identifierForVendor() = 0;

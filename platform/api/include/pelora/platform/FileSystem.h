@@ -7,7 +7,7 @@ namespace pelora::platform {
 
 // File services. Paths are plain POSIX paths (no "file://" prefix).
 class FileSystem {
-public:
+  public:
     virtual ~FileSystem() = default;
     // The application's private caches directory (created on demand), named by the host's
     // bundle identifier under the user's cache directory.

@@ -29,6 +29,8 @@ struct Rect {
     bool operator==(const Rect&) const = default;
 };
 
-inline Rect makeRect(double x, double y, double w, double h) { return Rect{{x, y}, {w, h}}; }
+inline Rect makeRect(double x, double y, double w, double h) {
+    return Rect{{x, y}, {w, h}};
+}
 
 }  // namespace pelora::platform

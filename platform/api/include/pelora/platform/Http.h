@@ -44,17 +44,17 @@ struct HttpResponse {
 };
 
 // Completion of a data task: body bytes (absent on failure), response, error.
-using DataTaskCompletion = std::function<void(std::optional<std::string> data,
-                                              std::optional<HttpResponse> response,
-                                              std::optional<Error> error)>;
+using DataTaskCompletion =
+    std::function<void(std::optional<std::string> data, std::optional<HttpResponse> response,
+                       std::optional<Error> error)>;
 // Completion of a download task: path of the temporary file (absent on failure).
 // The file is deleted when the completion returns unless the caller moved it away.
-using DownloadTaskCompletion = std::function<void(std::optional<std::string> location,
-                                                  std::optional<HttpResponse> response,
-                                                  std::optional<Error> error)>;
+using DownloadTaskCompletion =
+    std::function<void(std::optional<std::string> location, std::optional<HttpResponse> response,
+                       std::optional<Error> error)>;
 
 class HttpTask {
-public:
+  public:
     virtual ~HttpTask() = default;
     // Start the task (tasks are created suspended). Resuming twice does nothing.
     virtual void resume() = 0;
@@ -79,7 +79,7 @@ struct HttpSessionConfiguration {
 // One session: connections are pooled per session. Completions arrive on the session's own
 // background thread; the SDK's transport moves them to the main run loop.
 class HttpSession {
-public:
+  public:
     virtual ~HttpSession() = default;
     virtual std::shared_ptr<HttpTask> dataTask(HttpRequest request,
                                                DataTaskCompletion completion) = 0;
@@ -90,7 +90,7 @@ public:
 };
 
 class HttpSessionFactory {
-public:
+  public:
     virtual ~HttpSessionFactory() = default;
     virtual std::shared_ptr<HttpSession> createSession(const HttpSessionConfiguration& config) = 0;
 };

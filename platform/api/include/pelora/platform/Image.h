@@ -21,7 +21,7 @@ struct Image {
 };
 
 class ImageDecoder {
-public:
+  public:
     virtual ~ImageDecoder() = default;
     // Decode PNG or JPEG (at least) bytes; absent when the bytes are not an image or the
     // declared size exceeds the decoder's pixel limit (checked before allocating).

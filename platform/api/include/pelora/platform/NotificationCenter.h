@@ -17,7 +17,7 @@ struct Notification {
 // Post and observe notifications by name. Observers run synchronously on the posting thread,
 // in the order they were added; the center holds no lock while calling them.
 class NotificationCenter {
-public:
+  public:
     using Token = uint64_t;
     static NotificationCenter& defaultCenter();
 
@@ -25,7 +25,7 @@ public:
     void removeObserver(Token token);
     void post(const std::string& name, std::shared_ptr<void> object = nullptr);
 
-private:
+  private:
     struct Entry {
         Token token;
         std::string name;

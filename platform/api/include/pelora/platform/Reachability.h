@@ -31,7 +31,7 @@ struct SocketAddressRecord {
 
 // One reachability handle for a host name or address.
 class ReachabilityHandle {
-public:
+  public:
     virtual ~ReachabilityHandle() = default;
     // Current flags; false when they cannot be read.
     virtual bool getFlags(uint32_t& flags) = 0;
@@ -42,7 +42,7 @@ public:
 };
 
 class ReachabilityService {
-public:
+  public:
     virtual ~ReachabilityService() = default;
     // Absent when the platform refuses the name.
     virtual std::unique_ptr<ReachabilityHandle> createWithName(const std::string& hostName) = 0;

@@ -9,7 +9,7 @@ namespace pelora::platform {
 
 // A scheduled timer. Invalidating it is idempotent and may happen from inside its own callback.
 class Timer {
-public:
+  public:
     virtual ~Timer() = default;
     virtual void invalidate() = 0;
     virtual bool isValid() const = 0;
@@ -18,7 +18,7 @@ public:
 // The main run loop that owns all SDK logic. Work can be posted from any thread; everything
 // else (timers, run, pump) belongs to the loop's thread.
 class RunLoop {
-public:
+  public:
     virtual ~RunLoop() = default;
 
     // Thread-safe: queue a task to run on the loop's thread, after already queued tasks.
