@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 
 #include "core/PeloraRequest.h"
 #include "pelora/PeloraApiAd.h"
@@ -44,26 +45,6 @@ std::string describe(const Error& error) {
 }
 
 // The text a value shows in a query: texts as they are, numbers in decimal, booleans as 1/0.
-std::string queryDescription(const nlohmann::json& value) {
-    switch (value.type()) {
-        case nlohmann::json::value_t::string:
-            return value.get_ref<const std::string&>();
-        case nlohmann::json::value_t::boolean:
-            return value.get<bool>() ? "1" : "0";
-        case nlohmann::json::value_t::number_integer:
-            return std::to_string(value.get<int64_t>());
-        case nlohmann::json::value_t::number_unsigned:
-            return std::to_string(value.get<uint64_t>());
-        case nlohmann::json::value_t::number_float: {
-            std::array<char, 32> buf{};
-            auto r = std::to_chars(buf.data(), buf.data() + buf.size(), value.get<double>());
-            return std::string(buf.data(), r.ptr);
-        }
-        default:
-            return value.dump();
-    }
-}
-
 // Last path component of a URL text, as the platform's path functions see it: trailing
 // slashes ignored, everything after the last remaining slash.
 std::string lastPathComponent(const std::string& text) {
@@ -84,32 +65,53 @@ bool isSafeFileName(const std::string& name) {
 
 // ---- percent escaping ---------------------------------------------------------------------
 
+// What each byte becomes, padded to four bytes, and how many of them count: writing all four
+// and advancing by the width keeps the loop free of branches.
 struct EscapeTable {
-    std::array<bool, 256> keep{};
+    std::array<std::array<char, 4>, 256> code{};
+    std::array<uint8_t, 256> width{};
     EscapeTable() {
+        constexpr char kHex[] = "0123456789ABCDEF";
+        std::array<bool, 256> keep{};
         for (int c = 'a'; c <= 'z'; ++c) keep[c] = true;
         for (int c = 'A'; c <= 'Z'; ++c) keep[c] = true;
         for (int c = '0'; c <= '9'; ++c) keep[c] = true;
         for (char c : std::string_view("-._~/?")) keep[static_cast<unsigned char>(c)] = true;
+        for (int c = 0; c < 256; ++c) {
+            if (keep[c]) {
+                code[c] = {static_cast<char>(c), 0, 0, 0};
+                width[c] = 1;
+            } else {
+                code[c] = {'%', kHex[c >> 4], kHex[c & 0xF], 0};
+                width[c] = 3;
+            }
+        }
     }
 };
 
 const EscapeTable kEscape;
-constexpr char kHex[] = "0123456789ABCDEF";
 
-// Writes the escaped piece at `dst` (room for three bytes per input byte) and returns the end.
+// Writes the escaped piece at `dst` and returns the end. Needs room for three bytes per input
+// byte plus one: the last byte's four-byte write may reach one past its width.
 char* escapeInto(std::string_view piece, char* dst) {
     for (unsigned char c : piece) {
-        if (kEscape.keep[c]) {
-            *dst++ = static_cast<char>(c);
-        } else {
-            dst[0] = '%';
-            dst[1] = kHex[c >> 4];
-            dst[2] = kHex[c & 0xF];
-            dst += 3;
-        }
+        std::memcpy(dst, kEscape.code[c].data(), 4);
+        dst += kEscape.width[c];
     }
     return dst;
+}
+
+// Eight bytes at a time: whether no byte has its high bit set.
+bool isAscii(std::string_view text) {
+    uint64_t seen = 0;
+    size_t i = 0;
+    for (; i + 8 <= text.size(); i += 8) {
+        uint64_t word;
+        std::memcpy(&word, text.data() + i, 8);
+        seen |= word;
+    }
+    for (; i < text.size(); ++i) seen |= static_cast<unsigned char>(text[i]);
+    return (seen & 0x8080808080808080ULL) == 0;
 }
 
 // Appends the escaped text to `out`: the one escaping routine behind both the public
@@ -117,19 +119,14 @@ char* escapeInto(std::string_view piece, char* dst) {
 void appendPercentEscaped(std::string& out, std::string_view text) {
     if (text.empty()) return;
     const size_t start = out.size();
-    // Worst case three bytes per byte; trimmed once at the end instead of growing per byte.
-    out.resize(start + text.size() * 3);
+    // Worst case three bytes per byte (and the spare byte); trimmed once at the end.
+    out.resize(start + text.size() * 3 + 1);
     char* dst = out.data() + start;
-    // Pure ASCII text has no surrogate pairs and nothing that attaches to a previous
-    // character, so its batches are plain 50-byte slices; URLs almost always take this path.
-    unsigned char high = 0;
-    for (unsigned char c : text) high |= c;
-    if ((high & 0x80) == 0) {
-        while (!text.empty()) {
-            size_t n = std::min<size_t>(50, text.size());
-            dst = escapeInto(text.substr(0, n), dst);
-            text.remove_prefix(n);
-        }
+    if (isAscii(text)) {
+        // Pure ASCII has no surrogate pairs and nothing that attaches to a previous character,
+        // so its 50-unit batches are plain slices and escaping it whole gives the same bytes.
+        // URLs almost always take this path.
+        dst = escapeInto(text, dst);
     } else {
         // Batches of at most 50 UTF-16 units widened to whole composed sequences, so no batch
         // ever ends inside a surrogate pair or between a base character and its marks.
@@ -138,6 +135,71 @@ void appendPercentEscaped(std::string& out, std::string_view text) {
         }
     }
     out.resize(static_cast<size_t>(dst - out.data()));
+}
+
+// Appends how a value reads in a query string (texts as they are, booleans as 1 and 0,
+// numbers in their shortest form), escaped.
+template <class V>
+void appendQueryNumber(std::string& out, V number) {
+    std::array<char, 32> buf{};
+    auto r = std::to_chars(buf.data(), buf.data() + buf.size(), number);
+    appendPercentEscaped(out,
+                         std::string_view(buf.data(), static_cast<size_t>(r.ptr - buf.data())));
+}
+
+void appendQueryValue(std::string& out, const nlohmann::json& value) {
+    switch (value.type()) {
+        case nlohmann::json::value_t::string:
+            return appendPercentEscaped(out, value.get_ref<const std::string&>());
+        case nlohmann::json::value_t::boolean:
+            return appendPercentEscaped(out, value.get<bool>() ? "1" : "0");
+        case nlohmann::json::value_t::number_integer:
+            return appendQueryNumber(out, value.get<int64_t>());
+        case nlohmann::json::value_t::number_unsigned:
+            return appendQueryNumber(out, value.get<uint64_t>());
+        case nlohmann::json::value_t::number_float:
+            return appendQueryNumber(out, value.get<double>());
+        default:
+            return appendPercentEscaped(out, value.dump());
+    }
+}
+
+// The same text for a record's value read without building its dictionary.
+void appendQueryValue(std::string& out, const PeloraYYValueRef& value) {
+    if (value.text) return appendPercentEscaped(out, *value.text);
+    if (value.type > PeloraYYEncodingType::Double) return appendQueryValue(out, value.other);
+    const PeloraYYNumber& n = value.number;
+    if (value.type == PeloraYYEncodingType::Bool) {
+        return appendPercentEscaped(out, n.i != 0 ? "1" : "0");
+    }
+    switch (n.kind) {
+        case PeloraYYNumber::Int:
+            return appendQueryNumber(out, n.i);
+        case PeloraYYNumber::UInt:
+            return appendQueryNumber(out, n.u);
+        case PeloraYYNumber::Real:
+            return appendQueryNumber(out, n.d);
+        case PeloraYYNumber::None:
+            break;
+    }
+    out.push_back('0');
+}
+
+// The query string of a query record: what urlEncodeQuryWithDictionary makes of the record's
+// dictionary, read straight from the record when it allows.
+std::string encodeQueryRecord(const PeloraUrlQuery* query) {
+    if (!query) return {};
+    std::string out;
+    out.reserve(256);
+    const bool direct =
+        plyy_modelVisitValues(*query, [&](std::string_view key, const PeloraYYValueRef& value) {
+            if (!out.empty()) out.push_back('&');
+            appendPercentEscaped(out, key);
+            out.push_back('=');
+            appendQueryValue(out, value);
+        });
+    if (!direct) return PeloraNetwork::urlEncodeQuryWithDictionary(plyy_modelToJSONObject(*query));
+    return out;
 }
 
 }  // namespace
@@ -199,11 +261,7 @@ std::string PeloraNetwork::urlEncodeQuryWithDictionary(const nlohmann::json& dic
         const nlohmann::json& value = it.value();
         if (value.is_null()) continue;
         out.push_back('=');
-        if (value.is_string()) {
-            appendPercentEscaped(out, value.get_ref<const std::string&>());
-        } else {
-            appendPercentEscaped(out, queryDescription(value));
-        }
+        appendQueryValue(out, value);
     }
     return out;
 }
@@ -246,8 +304,7 @@ HttpRequest PeloraNetwork::adFetchRequest(const std::optional<std::string>& url,
     request.setValue("application/json", "Content-Type");
     if (body) request.body = plyy_modelToJSONData(*body).value_or("");
 
-    std::string encoded =
-        urlEncodeQuryWithDictionary(query ? plyy_modelToJSONObject(*query) : nlohmann::json());
+    std::string encoded = encodeQueryRecord(query);
     if (!encoded.empty()) request.url = appendQuery(request.url, encoded);
 
     if (modifier) modifier(request);
@@ -305,8 +362,7 @@ void PeloraNetwork::get(const std::optional<std::string>& url,
     request.cachePolicy = pelora::platform::CachePolicy::UseProtocolCachePolicy;
     request.timeoutInterval = 60.0;
     request.method = "GET";
-    std::string encoded =
-        urlEncodeQuryWithDictionary(query ? plyy_modelToJSONObject(*query) : nlohmann::json());
+    std::string encoded = encodeQueryRecord(query.get());
     if (!encoded.empty()) request.url = appendQuery(request.url, encoded);
     if (modifier) modifier(request);
     dataTaskWithRequest(std::move(request), std::move(complete));

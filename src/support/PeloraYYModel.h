@@ -148,6 +148,16 @@ class _PeloraYYModelMeta {
     std::vector<const _PeloraYYModelPropertyMeta*> keyPathPropertyMetas;
     std::vector<const _PeloraYYModelPropertyMeta*> multiKeysPropertyMetas;
     std::size_t keyMappedCount = 0;
+    // Writing: the properties in the order their keys come out (byte order of the key, ties
+    // in declaration order), and whether the record can be written as bytes directly (no key
+    // paths and no write hook; otherwise it goes through a dictionary).
+    struct WriteSlot {
+        const _PeloraYYModelPropertyMeta* property = nullptr;
+        std::string key;                 // the key as written, quoted, with its colon
+        bool sameKeyAsPrevious = false;  // then the earlier property holds the key if it can
+    };
+    std::vector<WriteSlot> writeOrder;
+    bool writesDirectly = false;
     _PeloraYYModelSchema schema;  // hooks and factory
 
     template <class T>
@@ -448,6 +458,25 @@ std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithBytes(
 std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithJSON(
     const _PeloraYYModelMeta& meta, const nlohmann::json& dict);
 nlohmann::json _plyy_modelToJSONObject(const _PeloraYYModelMeta& meta, const void* model);
+// The bytes of dumping _plyy_modelToJSONObject, written without building the dictionary
+// wherever the record allows; nothing when the dictionary would be null.
+std::optional<std::string> _plyy_modelToJSONBytes(const _PeloraYYModelMeta& meta,
+                                                  const void* model);
+// One top-level value of a record as its dictionary would hold it: texts and numbers as they
+// are, anything else (dates, lists, records, dictionaries) as the dictionary's value.
+struct PeloraYYValueRef {
+    PeloraYYEncodingType type{};
+    const std::string* text = nullptr;  // String
+    PeloraYYNumber number;              // Bool and the number widths
+    nlohmann::json other;               // everything else
+};
+using PeloraYYValueVisitor = void (*)(void* context, std::string_view key,
+                                      const PeloraYYValueRef& value);
+// Visits the values the record's dictionary would hold, in the dictionary's key order,
+// without building it. False, having visited nothing, when the record cannot be read this way
+// (key paths or a write hook): then build the dictionary instead.
+bool _plyy_modelVisitValues(const _PeloraYYModelMeta& meta, const void* model,
+                            PeloraYYValueVisitor visit, void* context);
 // Serialises without options; never throws (text that is not UTF-8 is replaced).
 std::string _plyy_dumpJSON(const nlohmann::json& value);
 
@@ -580,11 +609,19 @@ template <class T>
 nlohmann::json plyy_modelToJSONObject(const T& model) {
     return _plyy_modelToJSONObject(_PeloraYYModelMeta::metaWithClass<T>(), &model);
 }
+// See _plyy_modelVisitValues; `visit(std::string_view key, const PeloraYYValueRef& value)`.
+template <class T, class F>
+bool plyy_modelVisitValues(const T& model, F&& visit) {
+    return _plyy_modelVisitValues(
+        _PeloraYYModelMeta::metaWithClass<T>(), &model,
+        [](void* context, std::string_view key, const PeloraYYValueRef& value) {
+            (*static_cast<std::remove_reference_t<F>*>(context))(key, value);
+        },
+        &visit);
+}
 template <class T>
 std::optional<std::string> plyy_modelToJSONData(const T& model) {
-    nlohmann::json object = plyy_modelToJSONObject(model);
-    if (!object.is_object() && !object.is_array()) return std::nullopt;
-    return _plyy_dumpJSON(object);
+    return _plyy_modelToJSONBytes(_PeloraYYModelMeta::metaWithClass<T>(), &model);
 }
 template <class T>
 std::optional<std::string> plyy_modelToJSONString(const T& model) {

@@ -8,6 +8,8 @@
 #include <sstream>
 
 #include "core/PeloraNetwork.h"
+#include "core/PeloraRequest.h"
+#include "support/PeloraYYModel.h"
 
 namespace {
 
@@ -90,6 +92,39 @@ TEST(QueryEncoding, AppendUsesAmpersandOnlyWhenTheUrlHasAQuery) {
               "http://127.0.0.1:8/p?a=1");
     EXPECT_EQ(PeloraNetwork::appendQuery("http://127.0.0.1:8/p?x=2", "a=1"),
               "http://127.0.0.1:8/p?x=2&a=1");
+}
+
+// The transport reads the query record's values directly; the bytes must be what the
+// dictionary encoder makes of the record's dictionary, for any values.
+TEST(QueryEncoding, RequestQueryIsTheEncodedDictionary) {
+    const std::vector<std::string> pieces = {"A", "9", "-", ".", " ", "&",    "=",  "?",
+                                             "/", "%", "+", "é", "😀", "\xff", "\n", "\""};
+    uint32_t seed = 11;
+    auto next = [&] { return (seed = seed * 1664525u + 1013904223u) >> 8; };
+    auto text = [&]() -> std::optional<std::string> {
+        if (next() % 5 == 0) return std::nullopt;
+        std::string s;
+        for (uint32_t n = next() % 6; n > 0; --n) s += pieces[next() % pieces.size()];
+        return s;
+    };
+    for (int i = 0; i < 300; ++i) {
+        PeloraUrlQuery q;
+        q.reqId = text();
+        q.sdkV = text();
+        q.appId = text();
+        q.appV = text();
+        q.os = text();
+        q.udid = text();
+        q.sdkN = text();
+        q.reqTs = static_cast<int64_t>(next()) * (next() % 2 ? 1 : -1000);
+        q.sdkVc = static_cast<int64_t>(next() % 7) - 3;
+        q.appVc = static_cast<int64_t>(next());
+        const auto request = PeloraNetwork::adFetchRequest("http://127.0.0.1:9/f", &q, nullptr, {});
+        const std::string expected = PeloraNetwork::appendQuery(
+            "http://127.0.0.1:9/f",
+            PeloraNetwork::urlEncodeQuryWithDictionary(plyy_modelToJSONObject(q)));
+        ASSERT_EQ(request.url, expected) << "query " << i;
+    }
 }
 
 }  // namespace

@@ -326,4 +326,182 @@ TEST(ModelMappingIntake, DeepNestingIsRefusedWithAReason) {
     EXPECT_NE(why.find("deeper"), std::string::npos) << why;
 }
 
+// ---- writing bytes directly must give the dumped dictionary's bytes ---------------------------
+
+struct Flat {
+    bool flag = false;
+    int8_t i8 = 0;
+    uint32_t u32 = 0;
+    int64_t i64 = 0;
+    uint64_t u64 = 0;
+    float single = 0;
+    double real = 0;
+    std::optional<std::string> text;
+    std::optional<std::string> first;
+    std::optional<std::string> second;
+    std::optional<std::vector<std::string>> words;
+    std::optional<nlohmann::json> extra;
+    std::optional<PeloraYYDate> when;
+    std::shared_ptr<Child> child;
+    std::shared_ptr<Hooked> hooked;  // written through its dictionary (write hook)
+    std::optional<std::vector<std::shared_ptr<Flat>>> nested;
+    std::optional<std::map<std::string, std::shared_ptr<Child>>> byName;
+
+    static std::map<std::string, PeloraYYKeyMapping> modelCustomPropertyMapper() {
+        return {{"first", std::string("shared")},
+                {"second", std::string("shared")},
+                {"words", std::vector<std::string>{"Words", "w"}}};
+    }
+    static _PeloraYYModelSchema plyy_schema() {
+        using T = Flat;
+        return plyy_makeSchema<T>(
+            {PLYY_PROPERTY(T, text), PLYY_PROPERTY(T, flag), PLYY_PROPERTY(T, i8),
+             PLYY_PROPERTY(T, u32), PLYY_PROPERTY(T, i64), PLYY_PROPERTY(T, u64),
+             PLYY_PROPERTY(T, single), PLYY_PROPERTY(T, real), PLYY_PROPERTY(T, second),
+             PLYY_PROPERTY(T, first), PLYY_PROPERTY(T, words), PLYY_PROPERTY(T, extra),
+             PLYY_PROPERTY(T, when), PLYY_PROPERTY(T, child), PLYY_PROPERTY(T, hooked),
+             PLYY_PROPERTY(T, nested), PLYY_PROPERTY(T, byName)});
+    }
+};
+
+class Generator {
+  public:
+    explicit Generator(uint32_t seed) : state_(seed) {}
+    uint32_t next() {
+        state_ = state_ * 1664525u + 1013904223u;
+        return state_ >> 8;
+    }
+    bool chance(int percent) { return static_cast<int>(next() % 100) < percent; }
+
+    // Text mixing plain ASCII with everything a writer can get wrong: quotes, backslashes,
+    // control characters, DEL, multi-byte UTF-8 and bytes that are not UTF-8 at all.
+    std::string text() {
+        static const std::vector<std::string> pieces = {
+            "a",    "Zz", "0",    " ",    "\"",           "\\",       "/",          "\n",
+            "\t",   "\b", "\f",   "\r",   "\x01",         "\x1f",     "\x7f",       "é",
+            "中文", "😀",  "\xff", "\xc3", "\xed\xa0\x80", "\xe2\x82", "url?x=1&y=2"};
+        std::string s;
+        const int n = static_cast<int>(next() % 8);
+        for (int i = 0; i < n; ++i) s += pieces[next() % pieces.size()];
+        return s;
+    }
+    double real() {
+        static const double special[] = {0.0,
+                                         -0.0,
+                                         1.0,
+                                         -3.0,
+                                         0.1,
+                                         1.5,
+                                         1e15,
+                                         999999999999999.0,
+                                         1e16,
+                                         -1e15,
+                                         1e-5,
+                                         1e300,
+                                         5e-324,
+                                         std::numeric_limits<double>::infinity(),
+                                         std::numeric_limits<double>::quiet_NaN(),
+                                         123456.789};
+        if (chance(50)) return special[next() % std::size(special)];
+        return (static_cast<double>(next()) - 8e6) / static_cast<double>(1 + next() % 1000);
+    }
+    std::optional<std::string> maybeText() {
+        return chance(70) ? std::optional<std::string>(text()) : std::nullopt;
+    }
+
+    std::shared_ptr<Flat> flat(int depth) {
+        auto f = std::make_shared<Flat>();
+        f->flag = chance(50);
+        f->i8 = static_cast<int8_t>(next());
+        f->u32 = next() * 977u;
+        f->i64 = chance(20) ? std::numeric_limits<int64_t>::min()
+                            : static_cast<int64_t>(next()) - (1 << 23);
+        f->u64 = chance(20) ? std::numeric_limits<uint64_t>::max() : next();
+        f->single = static_cast<float>(real());
+        f->real = real();
+        f->text = maybeText();
+        f->first = maybeText();
+        f->second = maybeText();
+        if (chance(60)) f->words = std::vector<std::string>{text(), text()};
+        if (chance(40)) {
+            f->extra = chance(20) ? nlohmann::json()
+                                  : nlohmann::json{{"k", text()}, {"n", real()}, {"b", true}};
+        }
+        if (chance(40)) f->when = PeloraYYDate(std::chrono::seconds(next()));
+        if (chance(50)) {
+            f->child = std::make_shared<Child>();
+            f->child->name = maybeText();
+        }
+        if (chance(30)) {
+            f->hooked = std::make_shared<Hooked>();
+            f->hooked->name = maybeText();
+            f->hooked->refuse = chance(50);
+        }
+        if (depth < 2 && chance(50)) {
+            f->nested =
+                std::vector<std::shared_ptr<Flat>>{flat(depth + 1), nullptr, flat(depth + 1)};
+        }
+        if (chance(40)) {
+            f->byName = std::map<std::string, std::shared_ptr<Child>>{
+                {text(), std::make_shared<Child>()}, {"z", nullptr}};
+        }
+        return f;
+    }
+
+  private:
+    uint32_t state_;
+};
+
+TEST(ModelMappingWriting, BytesAreTheDumpedDictionary) {
+    Generator gen(20261122);
+    for (int i = 0; i < 3000; ++i) {
+        auto f = gen.flat(0);
+        const nlohmann::json dictionary = plyy_modelToJSONObject(*f);
+        ASSERT_TRUE(dictionary.is_object());
+        const auto bytes = plyy_modelToJSONData(*f);
+        ASSERT_TRUE(bytes);
+        ASSERT_EQ(*bytes, _plyy_dumpJSON(dictionary)) << "record " << i;
+    }
+    // Records with key paths or a write hook are written through their dictionary.
+    Sample s;
+    s.deep = "d";
+    EXPECT_EQ(plyy_modelToJSONData(s), _plyy_dumpJSON(plyy_modelToJSONObject(s)));
+    Hooked refused;
+    refused.refuse = true;
+    EXPECT_EQ(plyy_modelToJSONData(refused), std::nullopt);
+}
+
+TEST(ModelMappingWriting, VisitedValuesAreTheDictionarysInItsOrder) {
+    Generator gen(7);
+    for (int i = 0; i < 500; ++i) {
+        auto f = gen.flat(1);
+        nlohmann::json rebuilt = nlohmann::json::object();
+        std::vector<std::string> order;
+        ASSERT_TRUE(plyy_modelVisitValues(*f, [&](std::string_view key, const PeloraYYValueRef& v) {
+            order.emplace_back(key);
+            nlohmann::json& slot = rebuilt[std::string(key)];
+            if (v.text) {
+                slot = *v.text;
+            } else if (v.type == PeloraYYEncodingType::Bool) {
+                slot = v.number.i != 0;
+            } else if (v.type > PeloraYYEncodingType::Double) {
+                slot = v.other;
+            } else if (v.number.kind == PeloraYYNumber::Int) {
+                slot = v.number.i;
+            } else if (v.number.kind == PeloraYYNumber::UInt) {
+                slot = v.number.u;
+            } else {
+                slot = v.number.d;
+            }
+        }));
+        const nlohmann::json dictionary = plyy_modelToJSONObject(*f);
+        ASSERT_EQ(_plyy_dumpJSON(rebuilt), _plyy_dumpJSON(dictionary)) << "record " << i;
+        std::vector<std::string> dictionaryOrder;
+        for (const auto& item : dictionary.items()) dictionaryOrder.push_back(item.key());
+        EXPECT_EQ(order, dictionaryOrder);
+    }
+    Sample withKeyPaths;
+    EXPECT_FALSE(plyy_modelVisitValues(withKeyPaths, [](std::string_view, const auto&) {}));
+}
+
 }  // namespace
