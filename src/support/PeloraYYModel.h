@@ -33,6 +33,7 @@
 #include <string_view>
 #include <type_traits>
 #include <typeindex>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -143,8 +144,16 @@ class _PeloraYYModelMeta {
     std::type_index cls = typeid(void);
     std::string className;
     std::vector<_PeloraYYModelPropertyMeta> allPropertyMetas;
-    // Plain key -> first property mapped to it (the rest follow through `next`).
-    std::map<std::string, const _PeloraYYModelPropertyMeta*, std::less<>> mapper;
+    // Plain key -> first property mapped to it (the rest follow through `next`). Looked up
+    // once per key of every mapped dictionary, by the parser's key text.
+    struct KeyHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view key) const noexcept {
+            return std::hash<std::string_view>{}(key);
+        }
+    };
+    std::unordered_map<std::string, const _PeloraYYModelPropertyMeta*, KeyHash, std::equal_to<>>
+        mapper;
     std::vector<const _PeloraYYModelPropertyMeta*> keyPathPropertyMetas;
     std::vector<const _PeloraYYModelPropertyMeta*> multiKeysPropertyMetas;
     std::size_t keyMappedCount = 0;
