@@ -369,6 +369,34 @@ std::vector<std::string> splitKeyPath(const std::string& text) {
 
 }  // namespace
 
+void _PeloraYYKeyTable::reserve(std::size_t keys) {
+    std::size_t size = 8;
+    while (size < keys * 2) size *= 2;
+    entries_.assign(size, Entry{});
+    mask_ = size - 1;
+}
+
+const _PeloraYYModelPropertyMeta*& _PeloraYYKeyTable::slot(const std::string& key) {
+    for (std::size_t i = hashOf(key) & mask_;; i = (i + 1) & mask_) {
+        Entry& e = entries_[i];
+        if (!e.used) {
+            e.used = true;
+            e.key = key;
+            return e.first;
+        }
+        if (e.key == key) return e.first;
+    }
+}
+
+const _PeloraYYModelPropertyMeta* _PeloraYYKeyTable::find(std::string_view key) const {
+    if (entries_.empty()) return nullptr;
+    for (std::size_t i = hashOf(key) & mask_;; i = (i + 1) & mask_) {
+        const Entry& e = entries_[i];
+        if (!e.used) return nullptr;
+        if (e.key.size() == key.size() && e.key == key) return e.first;
+    }
+}
+
 _PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
     _PeloraYYModelMeta meta;
     meta.cls = schema.cls;
@@ -430,13 +458,14 @@ _PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
     }
     // Pointers into allPropertyMetas are taken only now that it no longer grows; the vector
     // is moved with the description, which keeps its buffer.
+    meta.mapper.reserve(meta.allPropertyMetas.size());
     for (auto& p : meta.allPropertyMetas) {
         if (p.isMultiKey()) {
             meta.multiKeysPropertyMetas.push_back(&p);
         } else if (p.isKeyPath()) {
             meta.keyPathPropertyMetas.push_back(&p);
         } else {
-            auto& slot = meta.mapper[p.mappedToKey];
+            auto& slot = meta.mapper.slot(p.mappedToKey);
             p.next = slot;
             slot = &p;
             ++meta.keyMappedCount;
@@ -866,9 +895,7 @@ bool setWithObject(const _PeloraYYModelMeta& meta, void* model, V dict, int dept
     if (meta.keyMappedCount >= dict.objectSize()) {
         dict.eachEntry([&](std::string_view key, V value) {
             if (ctx.tooDeep) return;
-            auto it = meta.mapper.find(key);
-            if (it == meta.mapper.end()) return;
-            for (const auto* p = it->second; p != nullptr; p = p->next)
+            for (const auto* p = meta.mapper.find(key); p != nullptr; p = p->next)
                 setProperty(*p, model, value, depth, ctx);
         });
         for (const auto* p : meta.keyPathPropertyMetas) {

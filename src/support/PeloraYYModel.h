@@ -33,7 +33,6 @@
 #include <string_view>
 #include <type_traits>
 #include <typeindex>
-#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -138,6 +137,31 @@ struct _PeloraYYModelPropertyMeta {
     bool isMultiKey() const { return !mappedToKeyArray.empty(); }
 };
 
+// A small open-addressing table from key text to the first property mapped to it, sized once
+// for a record's keys. The hash reads only the length and the two end bytes: record keys are
+// few and short, and a full hash or a tree walk cost more than the rare extra comparison.
+class _PeloraYYKeyTable {
+  public:
+    void reserve(std::size_t keys);
+    // The entry for the key, added when missing (reserve first).
+    const _PeloraYYModelPropertyMeta*& slot(const std::string& key);
+    const _PeloraYYModelPropertyMeta* find(std::string_view key) const;
+
+  private:
+    struct Entry {
+        std::string key;
+        const _PeloraYYModelPropertyMeta* first = nullptr;
+        bool used = false;
+    };
+    static std::size_t hashOf(std::string_view key) {
+        if (key.empty()) return 0;
+        return key.size() * 131 + static_cast<unsigned char>(key.front()) * 31 +
+               static_cast<unsigned char>(key.back());
+    }
+    std::vector<Entry> entries_;
+    std::size_t mask_ = 0;
+};
+
 // A record's mapping description, built once per type and cached for the process.
 class _PeloraYYModelMeta {
   public:
@@ -146,14 +170,7 @@ class _PeloraYYModelMeta {
     std::vector<_PeloraYYModelPropertyMeta> allPropertyMetas;
     // Plain key -> first property mapped to it (the rest follow through `next`). Looked up
     // once per key of every mapped dictionary, by the parser's key text.
-    struct KeyHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view key) const noexcept {
-            return std::hash<std::string_view>{}(key);
-        }
-    };
-    std::unordered_map<std::string, const _PeloraYYModelPropertyMeta*, KeyHash, std::equal_to<>>
-        mapper;
+    _PeloraYYKeyTable mapper;
     std::vector<const _PeloraYYModelPropertyMeta*> keyPathPropertyMetas;
     std::vector<const _PeloraYYModelPropertyMeta*> multiKeysPropertyMetas;
     std::size_t keyMappedCount = 0;
