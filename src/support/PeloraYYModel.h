@@ -20,7 +20,9 @@
 //   static std::shared_ptr<T> init();                used instead of make_shared to create one
 //
 // Byte input is parsed once and mapped straight from the parser's tree; dictionary input and
-// all output use nlohmann::json. Both inputs go through the same coercion rules.
+// dictionary output use nlohmann::json. Both inputs go through the same coercion rules. Byte
+// output is written straight from the records, with exactly the bytes of dumping the
+// dictionary (records with key paths or a write hook are written through it).
 
 #include <chrono>
 #include <cstdint>
