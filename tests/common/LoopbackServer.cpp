@@ -90,7 +90,7 @@ LoopbackResponse LoopbackResponse::hang() {
 }
 
 struct LoopbackServer::Impl {
-    httplib::Server server;
+    std::unique_ptr<httplib::Server> server;
     std::thread thread;
     mutable std::mutex mutex;
     mutable std::condition_variable changed;
@@ -174,8 +174,15 @@ struct LoopbackServer::Impl {
 
 LoopbackServer::LoopbackServer() : LoopbackServer(Options{}) {}
 
-LoopbackServer::LoopbackServer(Options options) : impl_(std::make_unique<Impl>()) {
-    auto& svr = impl_->server;
+LoopbackServer::LoopbackServer(Options options)
+    : impl_(std::make_unique<Impl>()), tls_(!options.tlsCertificateFile.empty()) {
+    if (tls_) {
+        impl_->server = std::make_unique<httplib::SSLServer>(options.tlsCertificateFile.c_str(),
+                                                             options.tlsKeyFile.c_str());
+    } else {
+        impl_->server = std::make_unique<httplib::Server>();
+    }
+    auto& svr = *impl_->server;
     svr.set_keep_alive_timeout(options.keepAliveSeconds);
     svr.set_tcp_nodelay(true);
     auto handler = [impl = impl_.get()](const httplib::Request& req, httplib::Response& res) {
@@ -188,7 +195,7 @@ LoopbackServer::LoopbackServer(Options options) : impl_(std::make_unique<Impl>()
     svr.Delete(".*", handler);
     svr.Options(".*", handler);
     port_ = svr.bind_to_any_port("127.0.0.1");
-    impl_->thread = std::thread([impl = impl_.get()] { impl->server.listen_after_bind(); });
+    impl_->thread = std::thread([impl = impl_.get()] { impl->server->listen_after_bind(); });
     // Connections queued before the accept loop runs are served, so the port is usable at
     // once; but stop() only works on a running server, so wait (bounded) until it runs.
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -209,7 +216,7 @@ void LoopbackServer::stop() {
         impl_->stopping = true;
     }
     impl_->changed.notify_all();
-    impl_->server.stop();
+    impl_->server->stop();
     closeAcceptedConnections();
     if (impl_->thread.joinable()) impl_->thread.join();
 }
@@ -246,7 +253,7 @@ void LoopbackServer::on(const std::string& path, LoopbackResponse fixed) {
 }
 
 std::string LoopbackServer::baseUrl() const {
-    return "http://127.0.0.1:" + std::to_string(port_);
+    return (tls_ ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_);
 }
 
 std::string LoopbackServer::url(const std::string& pathAndQuery) const {
@@ -305,6 +312,16 @@ int LoopbackServer::unusedPort() {
     // takes this one during a test, and connecting to it is refused.
     ::close(fd);
     return port;
+}
+
+std::string TestTls::authorityFile() {
+    return std::string(PELORA_SOURCE_DIR) + "/tests/data/tls/ca.pem";
+}
+std::string TestTls::certificateFile() {
+    return std::string(PELORA_SOURCE_DIR) + "/tests/data/tls/server.pem";
+}
+std::string TestTls::keyFile() {
+    return std::string(PELORA_SOURCE_DIR) + "/tests/data/tls/server-key.pem";
 }
 
 }  // namespace pelora::testing

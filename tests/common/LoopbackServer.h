@@ -63,6 +63,9 @@ class LoopbackServer {
     struct Options {
         // Seconds an idle kept-alive connection stays open.
         int keepAliveSeconds = 2;
+        // Serve HTTPS with this certificate chain and key (PEM files) instead of plain HTTP.
+        std::string tlsCertificateFile;
+        std::string tlsKeyFile;
     };
 
     LoopbackServer();
@@ -76,7 +79,7 @@ class LoopbackServer {
     void on(const std::string& path, LoopbackResponse fixed);
 
     int port() const { return port_; }
-    std::string baseUrl() const;  // "http://127.0.0.1:PORT"
+    std::string baseUrl() const;  // "http://127.0.0.1:PORT" ("https://" when serving TLS)
     std::string url(const std::string& pathAndQuery) const;
 
     std::vector<RecordedRequest> requests() const;
@@ -100,6 +103,15 @@ class LoopbackServer {
     struct Impl;
     std::unique_ptr<Impl> impl_;
     int port_ = 0;
+    bool tls_ = false;
+};
+
+// The test TLS material in tests/data/tls (scripts/make_test_certs.sh): a test authority and
+// a server certificate it signed for 127.0.0.1 only.
+struct TestTls {
+    static std::string authorityFile();
+    static std::string certificateFile();
+    static std::string keyFile();
 };
 
 // Percent-decodes a query component ('+' is a space).

@@ -20,6 +20,7 @@
 #include "core/PeloraRequest.h"
 #include "pelora/PeloraApiAd.h"
 #include "pelora/PeloraSDKManager.h"
+#include "pelora/desktop/CurlHttpSession.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 
@@ -144,6 +145,30 @@ TEST_F(TransportTest, AnswerWithDataIsSuccessAndEveryAdCarriesTheSlotSize) {
     EXPECT_EQ((*r.resp->ads)[0]->title, "first");
     ASSERT_TRUE((*r.resp->ads)[1]->adTrackVO());
     EXPECT_EQ((*r.resp->ads)[1]->adTrackVO()->size(), 1u);
+}
+
+TEST_F(TransportTest, FetchOverHttpsVerifiesTheServer) {
+    LoopbackServer tls(LoopbackServer::Options{2, pelora::testing::TestTls::certificateFile(),
+                                               pelora::testing::TestTls::keyFile()});
+    tls.on(kFetchPath, LoopbackResponse::json(kTwoAds));
+    // Without the test authority the certificate is not trusted and nothing is sent.
+    auto refused = fetch(tls.url(kFetchPath));
+    EXPECT_EQ(refused.code, pelora::platform::URLError::kServerCertificateUntrusted);
+    EXPECT_FALSE(refused.resp);
+    EXPECT_EQ(tls.requestCount(), 0u);
+
+    PeloraNetwork::resetSessionsForTesting();
+    platform.http = std::make_shared<pelora::desktop::CurlHttpSessionFactory>(
+        pelora::testing::TestTls::authorityFile());
+    platform.install();
+    auto r = fetch(tls.url(kFetchPath), {}, bodyWithSlot(640, 100));
+    EXPECT_EQ(r.code, 0);
+    ASSERT_TRUE(r.resp && r.resp->ads);
+    EXPECT_EQ(r.resp->ads->size(), 2u);
+    ASSERT_EQ(tls.requestsTo(kFetchPath).size(), 1u);
+    EXPECT_EQ(tls.requestsTo(kFetchPath)[0].header("Content-Type"), "application/json");
+    PeloraNetwork::resetSessionsForTesting();
+    tls.stop();
 }
 
 TEST_F(TransportTest, FetchWritesItsResultCodeToTheLog) {

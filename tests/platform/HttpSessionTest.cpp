@@ -417,6 +417,68 @@ TEST_F(HttpSessionTest, FailedDownloadLeavesNoFile) {
     EXPECT_TRUE(std::filesystem::is_empty(config.temporaryDirectory));
 }
 
+// ---- HTTPS: a local TLS server with a certificate from the test authority ----------------------
+
+class HttpsSessionTest : public ::testing::Test {
+  protected:
+    HttpsSessionTest()
+        : server(LoopbackServer::Options{2, pelora::testing::TestTls::certificateFile(),
+                                         pelora::testing::TestTls::keyFile()}) {
+        server.on("/secure", LoopbackResponse::text("over tls"));
+    }
+    // Sends one GET through a session of `factory` and waits for its completion.
+    void fetch(pelora::desktop::CurlHttpSessionFactory& factory, const std::string& url,
+               Outcome& out, HttpSessionConfiguration config = {}) {
+        auto session = factory.createSession(config);
+        HttpRequest r;
+        r.url = url;
+        r.timeoutInterval = 10;
+        auto task = session->dataTask(r, out.dataCompletion());
+        task->resume();
+        ASSERT_TRUE(out.wait());
+    }
+    LoopbackServer server;
+};
+
+TEST_F(HttpsSessionTest, TrustedAuthorityCompletesTheExchange) {
+    pelora::desktop::CurlHttpSessionFactory trusting(pelora::testing::TestTls::authorityFile());
+    Outcome out;
+    fetch(trusting, server.url("/secure"), out);
+    EXPECT_EQ(out.errorCode(), 0);
+    ASSERT_TRUE(out.response);
+    EXPECT_EQ(out.response->statusCode, 200);
+    EXPECT_EQ(out.data, "over tls");
+    EXPECT_EQ(server.requestsTo("/secure").size(), 1u);
+}
+
+TEST_F(HttpsSessionTest, SessionConfigurationCanNameTheAuthority) {
+    pelora::desktop::CurlHttpSessionFactory plain;
+    HttpSessionConfiguration config;
+    config.caBundlePath = pelora::testing::TestTls::authorityFile();
+    Outcome out;
+    fetch(plain, server.url("/secure"), out, config);
+    EXPECT_EQ(out.errorCode(), 0);
+    EXPECT_EQ(out.data, "over tls");
+}
+
+TEST_F(HttpsSessionTest, UnknownAuthorityIsRefusedBeforeAnyRequest) {
+    pelora::desktop::CurlHttpSessionFactory plain;
+    Outcome out;
+    fetch(plain, server.url("/secure"), out);
+    EXPECT_EQ(out.errorCode(), URLError::kServerCertificateUntrusted);
+    EXPECT_FALSE(out.response);
+    EXPECT_EQ(server.requestCount(), 0u);
+}
+
+TEST_F(HttpsSessionTest, HostNameMustMatchTheCertificate) {
+    // The certificate names 127.0.0.1 only; "localhost" reaches the same server.
+    pelora::desktop::CurlHttpSessionFactory trusting(pelora::testing::TestTls::authorityFile());
+    Outcome out;
+    fetch(trusting, "https://localhost:" + std::to_string(server.port()) + "/secure", out);
+    EXPECT_EQ(out.errorCode(), URLError::kServerCertificateUntrusted);
+    EXPECT_EQ(server.requestCount(), 0u);
+}
+
 TEST(UrlErrorTableTest, CurlResultsMapToTheDocumentedCodes) {
     using pelora::desktop::urlErrorCodeForCurlCode;
     EXPECT_EQ(urlErrorCodeForCurlCode(28), URLError::kTimedOut);            // OPERATION_TIMEDOUT

@@ -599,8 +599,16 @@ class CurlHttpSession final : public platform::HttpSession {
 
 }  // namespace
 
+CurlHttpSessionFactory::CurlHttpSessionFactory(std::string caBundlePath)
+    : caBundlePath_(std::move(caBundlePath)) {}
+
 std::shared_ptr<platform::HttpSession> CurlHttpSessionFactory::createSession(
     const HttpSessionConfiguration& config) {
+    if (config.caBundlePath.empty() && !caBundlePath_.empty()) {
+        HttpSessionConfiguration withBundle = config;
+        withBundle.caBundlePath = caBundlePath_;
+        return std::make_shared<CurlHttpSession>(withBundle);
+    }
     return std::make_shared<CurlHttpSession>(config);
 }
 

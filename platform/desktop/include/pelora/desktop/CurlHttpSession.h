@@ -13,8 +13,16 @@ namespace pelora::desktop {
 // mapping of libcurl results to URL error codes and for the time-out rules.
 class CurlHttpSessionFactory final : public platform::HttpSessionFactory {
   public:
+    CurlHttpSessionFactory() = default;
+    // `caBundlePath`: a PEM file of certificates to trust in every session made here whose
+    // configuration names none of its own, e.g. a company's TLS-inspecting proxy or a test
+    // authority. Verification itself stays on.
+    explicit CurlHttpSessionFactory(std::string caBundlePath);
     std::shared_ptr<platform::HttpSession> createSession(
         const platform::HttpSessionConfiguration& config) override;
+
+  private:
+    std::string caBundlePath_;
 };
 
 // Time-out applied when a request carries zero, a negative or a non-finite value, the same
