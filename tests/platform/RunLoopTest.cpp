@@ -180,6 +180,17 @@ TEST_F(RunLoopTest, StopFromAnotherThreadEndsRun) {
     EXPECT_EQ(ran, 2);
 }
 
+TEST_F(RunLoopTest, StopBeforeRunIsKeptForTheNextRun) {
+    // The other thread may stop the loop before its owner starts running it.
+    int ran = 0;
+    loop.post([&] { ++ran; });
+    loop.stop();
+    loop.run();  // would wait for an hour if the early stop were dropped
+    EXPECT_EQ(ran, 0);  // returned at once; the work stays queued
+    loop.pump();
+    EXPECT_EQ(ran, 1);
+}
+
 TEST(TestPlatformAdvanceTest, AdvanceFiresTimersAtTheirOwnTimesInOrder) {
     pelora::testing::TestPlatform p;
     std::vector<double> firedAt;

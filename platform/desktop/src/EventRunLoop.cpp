@@ -216,7 +216,8 @@ void EventRunLoop::waitForWork(double maxSeconds) {
 
 void EventRunLoop::run() {
     owner_ = std::this_thread::get_id();
-    stopRequested_ = false;
+    // A stop() that came before this run is not forgotten: it ends this run at once (a thread
+    // may stop the loop before the loop's own thread got round to running it).
     while (!stopRequested_) {
         pump();
         if (stopRequested_) break;
@@ -227,7 +228,6 @@ void EventRunLoop::run() {
 
 bool EventRunLoop::runUntil(const std::function<bool()>& predicate, double deadline) {
     owner_ = std::this_thread::get_id();
-    stopRequested_ = false;
     for (;;) {
         pump();
         if (predicate && predicate()) return true;

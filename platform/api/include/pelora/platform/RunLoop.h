@@ -36,7 +36,8 @@ class RunLoop {
     // Run until `predicate` is true (checked after each batch of work) or the loop's clock
     // passes `deadline` (a value of clock().monotonicSeconds()). Returns the predicate's value.
     virtual bool runUntil(const std::function<bool()>& predicate, double deadline) = 0;
-    // Ask run()/runUntil() to return after the current task. Thread-safe.
+    // Ask run()/runUntil() to return after the current task. Thread-safe. A stop while the
+    // loop is not running is kept: the next run()/runUntil() returns at once.
     virtual void stop() = 0;
     // Non-blocking: run every task and timer that is due now, then return how many ran.
     // Hosts with their own frame loop call this once per frame.
