@@ -14,16 +14,10 @@
 #include <vector>
 
 #include "AdAnswerFixtures.h"
+#include "BenchPlatform.h"
 #include "core/PeloraNetwork.h"
 #include "core/PeloraRequest.h"
 #include "pelora/PeloraApiAd.h"
-#include "pelora/PeloraSDKManager.h"
-#include "pelora/desktop/CurlHttpSession.h"
-#include "pelora/desktop/EventRunLoop.h"
-#include "pelora/platform/Log.h"
-#include "pelora/platform/Services.h"
-#include "pelora/testing/FakeDeviceInfo.h"
-#include "pelora/testing/FakeReachability.h"
 
 namespace {
 
@@ -59,31 +53,10 @@ Server& server() {
     return *s;
 }
 
-std::shared_ptr<pelora::platform::RunLoop> installServices() {
-    static std::shared_ptr<pelora::platform::RunLoop> loop;
-    if (loop) return loop;
-    auto clock = std::make_shared<pelora::platform::SystemClock>();
-    pelora::platform::Services s;
-    s.clock = clock;
-    loop = std::make_shared<pelora::desktop::EventRunLoop>(clock);
-    s.mainRunLoop = loop;
-    s.http = std::make_shared<pelora::desktop::CurlHttpSessionFactory>();
-    s.device = std::make_shared<pelora::testing::FakeDeviceInfo>();
-    auto reach = std::make_shared<pelora::testing::FakeReachabilityService>();
-    reach->setFlags(pelora::platform::ReachabilityFlags::kReachable);
-    s.reachability = reach;
-    pelora::platform::installServices(s);
-    PeloraSDKManager::setAppID(std::string("bench-app-0001"));
-    // The transport logs each fetch's code; a host keeps such lines off the terminal, and
-    // writing them to one would measure the terminal.
-    pelora::platform::setLogSink([](pelora::platform::LogLevel, std::string_view) {});
-    return loop;
-}
-
 // One ad fetch through the SDK, waited for on the main run loop.
 class SdkFetch {
   public:
-    SdkFetch() : loop_(installServices()) {
+    SdkFetch() : loop_(bench::installBenchPlatform(bench::Network::Loopback)) {
         PeloraConstConfig::setBaseUrlOverride("http://127.0.0.1:" + std::to_string(server().port));
         url_ = PeloraConstConfig::urlfetchAd();
     }
@@ -122,7 +95,7 @@ size_t collect(char* data, size_t size, size_t count, void* out) {
 class BareFetch {
   public:
     BareFetch() {
-        installServices();
+        bench::installBenchPlatform(bench::Network::Loopback);
         PeloraConstConfig::setBaseUrlOverride("http://127.0.0.1:" + std::to_string(server().port));
         auto query = PeloraUrlQuery::init();
         auto body = PeloraReqBody::init();

@@ -5,36 +5,15 @@
 
 #include <memory>
 
+#include "BenchPlatform.h"
 #include "core/PeloraNetwork.h"
 #include "core/PeloraRequest.h"
-#include "pelora/PeloraSDKManager.h"
-#include "pelora/desktop/EventRunLoop.h"
-#include "pelora/platform/Services.h"
-#include "pelora/testing/FakeDeviceInfo.h"
-#include "pelora/testing/FakeReachability.h"
-#include "pelora/testing/ManualClock.h"
 #include "support/PeloraYYModel.h"
 
 namespace {
 
-void installFakes() {
-    static bool done = false;
-    if (done) return;
-    done = true;
-    auto clock = std::make_shared<pelora::testing::ManualClock>();
-    pelora::platform::Services s;
-    s.clock = clock;
-    s.mainRunLoop = std::make_shared<pelora::desktop::EventRunLoop>(clock);
-    s.device = std::make_shared<pelora::testing::FakeDeviceInfo>();
-    auto reach = std::make_shared<pelora::testing::FakeReachabilityService>();
-    reach->setFlags(pelora::platform::ReachabilityFlags::kReachable);
-    s.reachability = reach;
-    pelora::platform::installServices(s);
-    PeloraSDKManager::setAppID(std::string("bench-app-0001"));
-}
-
 void BM_BuildAndSerializeRequest(benchmark::State& state) {
-    installFakes();
+    bench::installBenchPlatform(bench::Network::None);
     const std::string url = PeloraConstConfig::urlfetchAd();
     PeloraRequestModifier modifier = [](pelora::platform::HttpRequest& r) {
         r.timeoutInterval = 3;
@@ -58,7 +37,7 @@ BENCHMARK(BM_BuildAndSerializeRequest);
 
 // The same work split in its parts, to tell where the time goes.
 void BM_BuildRecordsOnly(benchmark::State& state) {
-    installFakes();
+    bench::installBenchPlatform(bench::Network::None);
     for (auto _ : state) {
         auto query = PeloraUrlQuery::init();
         auto body = PeloraReqBody::init();
@@ -69,7 +48,7 @@ void BM_BuildRecordsOnly(benchmark::State& state) {
 BENCHMARK(BM_BuildRecordsOnly);
 
 void BM_SerializeOnly(benchmark::State& state) {
-    installFakes();
+    bench::installBenchPlatform(bench::Network::None);
     auto query = PeloraUrlQuery::init();
     auto body = PeloraReqBody::init();
     const std::string url = PeloraConstConfig::urlfetchAd();
@@ -81,7 +60,7 @@ void BM_SerializeOnly(benchmark::State& state) {
 BENCHMARK(BM_SerializeOnly);
 
 void BM_QueryEncodingOnly(benchmark::State& state) {
-    installFakes();
+    bench::installBenchPlatform(bench::Network::None);
     auto dict = plyy_modelToJSONObject(*PeloraUrlQuery::init());
     for (auto _ : state) {
         auto encoded = PeloraNetwork::urlEncodeQuryWithDictionary(dict);

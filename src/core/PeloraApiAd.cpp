@@ -12,10 +12,9 @@ std::map<std::string, std::type_index> PeloraRespTrackObject::modelContainerProp
 
 _PeloraYYModelSchema PeloraRespTrackObject::plyy_schema() {
     using T = PeloraRespTrackObject;
-    return plyy_makeSchema<T>({PLYY_PROPERTY(T, trackType), PLYY_PROPERTY(T, urls),
-                               PLYY_PROPERTY(T, method), PLYY_PROPERTY(T, contentType),
-                               PLYY_PROPERTY(T, content), PLYY_PROPERTY(T, clicked_upload)},
-                              "PeloraRespTrackObject");
+    return plyy_makeSchema<T>(
+        {PLYY_PROPERTIES(T, trackType, urls, method, contentType, content, clicked_upload)},
+        "PeloraRespTrackObject");
 }
 
 // ---- PeloraRespVideoObject -------------------------------------------------------------------
@@ -27,11 +26,8 @@ std::map<std::string, std::type_index> PeloraRespVideoObject::modelContainerProp
 _PeloraYYModelSchema PeloraRespVideoObject::plyy_schema() {
     using T = PeloraRespVideoObject;
     return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, videoUrl), PLYY_PROPERTY(T, videoDuration), PLYY_PROPERTY(T, size),
-         PLYY_PROPERTY(T, width), PLYY_PROPERTY(T, height), PLYY_PROPERTY(T, coverUrls),
-         PLYY_PROPERTY(T, buttonText), PLYY_PROPERTY(T, endImgUrl), PLYY_PROPERTY(T, endHtml),
-         PLYY_PROPERTY(T, autoLanding), PLYY_PROPERTY(T, prefetch), PLYY_PROPERTY(T, clickAble),
-         PLYY_PROPERTY(T, skipSeconds)},
+        {PLYY_PROPERTIES(T, videoUrl, videoDuration, size, width, height, coverUrls, buttonText,
+                         endImgUrl, endHtml, autoLanding, prefetch, clickAble, skipSeconds)},
         "PeloraRespVideoObject");
 }
 
@@ -65,11 +61,8 @@ _PeloraYYModelSchema PeloraApiAd::plyy_schema() {
     // wire format. The tracking list is reached through its setter and adTrackVO(), because
     // the public trackUrls() getter answers an empty list on purpose.
     return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, adId), PLYY_PROPERTY(T, creativeType), PLYY_PROPERTY(T, interactionType),
-         PLYY_PROPERTY(T, title), PLYY_PROPERTY(T, desc), PLYY_PROPERTY(T, source),
-         PLYY_PROPERTY(T, icons), PLYY_PROPERTY(T, images), PLYY_PROPERTY(T, videos),
-         PLYY_PROPERTY(T, deeplink), PLYY_PROPERTY(T, clickAdUrl), PLYY_PROPERTY(T, appName),
-         PLYY_PROPERTY(T, packageName), PLYY_PROPERTY(T, downloadUrl),
+        {PLYY_PROPERTIES(T, adId, creativeType, interactionType, title, desc, source, icons, images,
+                         videos, deeplink, clickAdUrl, appName, packageName, downloadUrl),
          PLYY_ACCESSOR(T, trackUrls, adTrackVO, setTrackUrls)},
         "PeloraApiAd");
 }
@@ -82,9 +75,7 @@ std::map<std::string, std::type_index> PeloraRespObject::modelContainerPropertyG
 
 _PeloraYYModelSchema PeloraRespObject::plyy_schema() {
     using T = PeloraRespObject;
-    return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, reqId), PLYY_PROPERTY(T, provider), PLYY_PROPERTY(T, ads)},
-        "PeloraRespObject");
+    return plyy_makeSchema<T>({PLYY_PROPERTIES(T, reqId, provider, ads)}, "PeloraRespObject");
 }
 
 // ---- PeloraRespData --------------------------------------------------------------------------
@@ -95,5 +86,5 @@ std::map<std::string, std::string> PeloraRespData::modelCustomPropertyMapper() {
 
 _PeloraYYModelSchema PeloraRespData::plyy_schema() {
     using T = PeloraRespData;
-    return plyy_makeSchema<T>({PLYY_PROPERTY(T, code), PLYY_PROPERTY(T, rData)}, "PeloraRespData");
+    return plyy_makeSchema<T>({PLYY_PROPERTIES(T, code, rData)}, "PeloraRespData");
 }

@@ -57,10 +57,7 @@ void PeloraUrlQuery::configInit() {
 _PeloraYYModelSchema PeloraUrlQuery::plyy_schema() {
     using T = PeloraUrlQuery;
     return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, reqId), PLYY_PROPERTY(T, reqTs), PLYY_PROPERTY(T, sdkV),
-         PLYY_PROPERTY(T, sdkVc), PLYY_PROPERTY(T, appId), PLYY_PROPERTY(T, appV),
-         PLYY_PROPERTY(T, appVc), PLYY_PROPERTY(T, os), PLYY_PROPERTY(T, udid),
-         PLYY_PROPERTY(T, sdkN)},
+        {PLYY_PROPERTIES(T, reqId, reqTs, sdkV, sdkVc, appId, appV, appVc, os, udid, sdkN)},
         "PeloraUrlQuery");
 }
 
@@ -78,10 +75,8 @@ void PeloraReqAppObject::configInit() {
 
 _PeloraYYModelSchema PeloraReqAppObject::plyy_schema() {
     using T = PeloraReqAppObject;
-    return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, lng), PLYY_PROPERTY(T, lat), PLYY_PROPERTY(T, gpsType),
-         PLYY_PROPERTY(T, hasD), PLYY_PROPERTY(T, cost), PLYY_PROPERTY(T, appId)},
-        "PeloraReqAppObject");
+    return plyy_makeSchema<T>({PLYY_PROPERTIES(T, lng, lat, gpsType, hasD, cost, appId)},
+                              "PeloraReqAppObject");
 }
 
 // ---- PeloraReqDeviceObject -------------------------------------------------------------------
@@ -131,14 +126,10 @@ void PeloraReqDeviceObject::configInit() {
 
 _PeloraYYModelSchema PeloraReqDeviceObject::plyy_schema() {
     using T = PeloraReqDeviceObject;
-    return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, deviceId), PLYY_PROPERTY(T, imei), PLYY_PROPERTY(T, os),
-         PLYY_PROPERTY(T, osVersion), PLYY_PROPERTY(T, net), PLYY_PROPERTY(T, vendor),
-         PLYY_PROPERTY(T, model), PLYY_PROPERTY(T, language), PLYY_PROPERTY(T, screenWidth),
-         PLYY_PROPERTY(T, screenHeight), PLYY_PROPERTY(T, mac), PLYY_PROPERTY(T, orientation),
-         PLYY_PROPERTY(T, imsi), PLYY_PROPERTY(T, userAgent), PLYY_PROPERTY(T, extra),
-         PLYY_PROPERTY(T, dpi), PLYY_PROPERTY(T, oaid)},
-        "PeloraReqDeviceObject");
+    return plyy_makeSchema<T>({PLYY_PROPERTIES(T, deviceId, imei, os, osVersion, net, vendor, model,
+                                               language, screenWidth, screenHeight, mac,
+                                               orientation, imsi, userAgent, extra, dpi, oaid)},
+                              "PeloraReqDeviceObject");
 }
 
 // ---- PeloraReqSlotObject ---------------------------------------------------------------------
@@ -161,11 +152,9 @@ void PeloraReqSlotObject::configInit() {
 
 _PeloraYYModelSchema PeloraReqSlotObject::plyy_schema() {
     using T = PeloraReqSlotObject;
-    return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, slotId), PLYY_PROPERTY(T, adType), PLYY_PROPERTY(T, position),
-         PLYY_PROPERTY(T, acceptedCreativeTypes), PLYY_PROPERTY(T, acceptedInteractionType),
-         PLYY_PROPERTY(T, width), PLYY_PROPERTY(T, height)},
-        "PeloraReqSlotObject");
+    return plyy_makeSchema<T>({PLYY_PROPERTIES(T, slotId, adType, position, acceptedCreativeTypes,
+                                               acceptedInteractionType, width, height)},
+                              "PeloraReqSlotObject");
 }
 
 // ---- PeloraReqBody ---------------------------------------------------------------------------
@@ -184,7 +173,5 @@ void PeloraReqBody::configInit() {
 
 _PeloraYYModelSchema PeloraReqBody::plyy_schema() {
     using T = PeloraReqBody;
-    return plyy_makeSchema<T>(
-        {PLYY_PROPERTY(T, device), PLYY_PROPERTY(T, slot), PLYY_PROPERTY(T, appInfo)},
-        "PeloraReqBody");
+    return plyy_makeSchema<T>({PLYY_PROPERTIES(T, device, slot, appInfo)}, "PeloraReqBody");
 }

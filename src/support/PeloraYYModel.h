@@ -408,6 +408,20 @@ std::map<std::string, PeloraYYKeyMapping> normalizeMapper(const M& m) {
 // Schema entry for a public data member: PLYY_PROPERTY(PeloraApiAd, adId).
 #define PLYY_PROPERTY(T, member) \
     plyy_detail::declare<plyy_detail::MemberField<T, &T::member>>(#member)
+// Schema entries for several public data members: PLYY_PROPERTIES(T, adId, title, images)
+// is PLYY_PROPERTY(T, adId), PLYY_PROPERTY(T, title), PLYY_PROPERTY(T, images).
+#define PLYY_PROPERTIES(T, ...) __VA_OPT__(PLYY_DETAIL_EXPAND(PLYY_DETAIL_EACH(T, __VA_ARGS__)))
+#define PLYY_DETAIL_PARENS ()
+#define PLYY_DETAIL_EXPAND(...) \
+    PLYY_DETAIL_EXPAND3(PLYY_DETAIL_EXPAND3(PLYY_DETAIL_EXPAND3(PLYY_DETAIL_EXPAND3(__VA_ARGS__))))
+#define PLYY_DETAIL_EXPAND3(...) \
+    PLYY_DETAIL_EXPAND2(PLYY_DETAIL_EXPAND2(PLYY_DETAIL_EXPAND2(PLYY_DETAIL_EXPAND2(__VA_ARGS__))))
+#define PLYY_DETAIL_EXPAND2(...) \
+    PLYY_DETAIL_EXPAND1(PLYY_DETAIL_EXPAND1(PLYY_DETAIL_EXPAND1(PLYY_DETAIL_EXPAND1(__VA_ARGS__))))
+#define PLYY_DETAIL_EXPAND1(...) __VA_ARGS__
+#define PLYY_DETAIL_EACH(T, member, ...) \
+    PLYY_PROPERTY(T, member) __VA_OPT__(, PLYY_DETAIL_EACH_AGAIN PLYY_DETAIL_PARENS(T, __VA_ARGS__))
+#define PLYY_DETAIL_EACH_AGAIN() PLYY_DETAIL_EACH
 // Schema entry for a property kept behind accessors: PLYY_ACCESSOR(T, name, getter, setter).
 #define PLYY_ACCESSOR(T, name, getter, setter) \
     plyy_detail::declare<plyy_detail::AccessorField<T, &T::getter, &T::setter>>(#name)

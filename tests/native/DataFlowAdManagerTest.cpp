@@ -62,8 +62,7 @@ class DataFlowAdManagerTest : public ::testing::Test {
   protected:
     void SetUp() override {
         PeloraNetwork::resetSessionsForTesting();
-        http = std::make_shared<adtest::RecordingHttpFactory>(tp.http);
-        tp.http = http;
+        http = tp.traffic;
         tp.install();
         PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
         setAnswer(answer({adJson(server, "n-1")}));
@@ -131,7 +130,7 @@ class DataFlowAdManagerTest : public ::testing::Test {
     TestPlatform tp;
     LoopbackServer server;
     adtest::LogCapture logs;
-    std::shared_ptr<adtest::RecordingHttpFactory> http;
+    std::shared_ptr<pelora::testing::CountingHttpSessionFactory> http;
     std::mutex answerMutex;
     LoopbackResponse fetchResponse;
     std::shared_ptr<ManagerRecorder> recorder = std::make_shared<ManagerRecorder>();
@@ -199,8 +198,8 @@ TEST_F(DataFlowAdManagerTest, FailuresCarryTheirDomainAndCode) {
     };
     const std::string url = pelora::platform::kURLErrorDomain;
     std::vector<Case> cases = {
-        {"time-out", [&] { http->failWith = -1001; }, url, -1001},
-        {"transport failure", [&] { http->failWith = -1009; }, url, -1009},
+        {"time-out", [&] { http->failWith(-1001); }, url, -1001},
+        {"transport failure", [&] { http->failWith(-1009); }, url, -1009},
         {"empty body", [&] { setAnswer(""); }, url, -1},
         {"no payload", [&] { setAnswer("{\"code\":0}"); }, url, -1},
         {"malformed", [&] { setAnswer("[1,2"); }, url, -1},
@@ -210,7 +209,7 @@ TEST_F(DataFlowAdManagerTest, FailuresCarryTheirDomainAndCode) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        http->failWith.reset();
+        http->failWith(std::nullopt);
         recorder = std::make_shared<ManagerRecorder>();
         c.arrange();
         auto manager = load();

@@ -1,8 +1,7 @@
 #pragma once
 
-// Shared by the splash and native tests: an HTTP factory that records the requests the SDK
-// sends (and can fail them without touching the network), answer bodies in the ad server's
-// format, and a log capture.
+// Shared by the splash and native tests: answer bodies in the ad server's format, creatives,
+// and a log capture. (Recording and failing requests is TestPlatform's `traffic`.)
 
 #include <atomic>
 #include <fstream>
@@ -24,87 +23,6 @@
 #include "pelora/platform/Log.h"
 
 namespace adtest {
-
-using pelora::platform::DataTaskCompletion;
-using pelora::platform::DownloadTaskCompletion;
-using pelora::platform::Error;
-using pelora::platform::HttpRequest;
-using pelora::platform::HttpSession;
-using pelora::platform::HttpSessionConfiguration;
-using pelora::platform::HttpSessionFactory;
-using pelora::platform::HttpTask;
-
-// A task that completes with a scripted error from resume(), without any I/O, the way a
-// platform reports a failed exchange.
-class FailingTask final : public HttpTask {
-  public:
-    FailingTask(HttpRequest request, int64_t code, DataTaskCompletion completion)
-        : request_(std::move(request)), code_(code), completion_(std::move(completion)) {}
-    void resume() override {
-        if (!completion_) return;
-        auto completion = std::move(completion_);
-        completion_ = nullptr;
-        completion(std::nullopt, std::nullopt,
-                   Error{pelora::platform::kURLErrorDomain, code_, "scripted failure"});
-    }
-    void cancel() override {}
-    uint64_t taskIdentifier() const override { return 0; }
-    const HttpRequest& originalRequest() const override { return request_; }
-
-  private:
-    HttpRequest request_;
-    int64_t code_;
-    DataTaskCompletion completion_;
-};
-
-// Wraps the real factory: every request is recorded as the SDK finished it (URL, headers,
-// time-out) before it goes out; with `failWith` set, data tasks fail with that code instead.
-class RecordingHttpFactory final : public HttpSessionFactory {
-  public:
-    explicit RecordingHttpFactory(std::shared_ptr<HttpSessionFactory> real)
-        : real_(std::move(real)) {}
-
-    std::shared_ptr<HttpSession> createSession(const HttpSessionConfiguration& config) override {
-        return std::make_shared<Session>(this, real_->createSession(config));
-    }
-
-    std::vector<HttpRequest> requests() const {
-        std::lock_guard lock(mutex_);
-        return requests_;
-    }
-    std::optional<int64_t> failWith;
-
-  private:
-    class Session final : public HttpSession {
-      public:
-        Session(RecordingHttpFactory* owner, std::shared_ptr<HttpSession> real)
-            : owner_(owner), real_(std::move(real)) {}
-        std::shared_ptr<HttpTask> dataTask(HttpRequest request,
-                                           DataTaskCompletion completion) override {
-            {
-                std::lock_guard lock(owner_->mutex_);
-                owner_->requests_.push_back(request);
-            }
-            if (owner_->failWith)
-                return std::make_shared<FailingTask>(std::move(request), *owner_->failWith,
-                                                     std::move(completion));
-            return real_->dataTask(std::move(request), std::move(completion));
-        }
-        std::shared_ptr<HttpTask> downloadTask(HttpRequest request,
-                                               DownloadTaskCompletion completion) override {
-            return real_->downloadTask(std::move(request), std::move(completion));
-        }
-        void invalidateAndCancel() override { real_->invalidateAndCancel(); }
-
-      private:
-        RecordingHttpFactory* owner_;
-        std::shared_ptr<HttpSession> real_;
-    };
-
-    std::shared_ptr<HttpSessionFactory> real_;
-    mutable std::mutex mutex_;
-    std::vector<HttpRequest> requests_;
-};
 
 // Collects the SDK's log lines for the test's lifetime.
 class LogCapture {

@@ -54,8 +54,7 @@ class SplashAdViewTest : public ::testing::Test {
   protected:
     void SetUp() override {
         PeloraNetwork::resetSessionsForTesting();
-        http = std::make_shared<adtest::RecordingHttpFactory>(tp.http);
-        tp.http = http;
+        http = tp.traffic;
         tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
         tp.install();
         PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
@@ -128,7 +127,7 @@ class SplashAdViewTest : public ::testing::Test {
     TestPlatform tp;
     LoopbackServer server;
     adtest::LogCapture logs;
-    std::shared_ptr<adtest::RecordingHttpFactory> http;
+    std::shared_ptr<pelora::testing::CountingHttpSessionFactory> http;
     std::mutex answerMutex;
     LoopbackResponse fetchResponse;
     std::shared_ptr<SplashRecorder> recorder = std::make_shared<SplashRecorder>();
@@ -395,8 +394,8 @@ TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode)
     };
     const std::string url = pelora::platform::kURLErrorDomain;
     std::vector<Case> cases = {
-        {"time-out", [&] { http->failWith = -1001; }, url, -1001},
-        {"transport failure", [&] { http->failWith = -1005; }, url, -1005},
+        {"time-out", [&] { http->failWith(-1001); }, url, -1001},
+        {"transport failure", [&] { http->failWith(-1005); }, url, -1005},
         {"refused connection",
          [&] {
              PeloraConstConfig::setBaseUrlOverride("http://127.0.0.1:" +
@@ -417,7 +416,7 @@ TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        http->failWith.reset();
+        http->failWith(std::nullopt);
         PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
         setAnswer(answer({adJson(server, "splash-1")}));
         recorder = std::make_shared<SplashRecorder>();
@@ -499,12 +498,12 @@ TEST_F(SplashAdViewTest, LoaderReportsTimeOutSeparatelyAndEmptyAnswersAsData) {
     auto slot = std::make_shared<PeloraSplashSlot>();
     slot->slotId = "s";
 
-    http->failWith = -1001;
+    http->failWith(-1001);
     config->loadSplashAd(slot);
     ASSERT_TRUE(tp.waitFor([&] { return delegate->events.size() == 1; }));
     EXPECT_EQ(delegate->events[0], "timeout");
 
-    http->failWith.reset();
+    http->failWith(std::nullopt);
     setAnswer(answer({}));
     config->loadSplashAd(slot);
     ASSERT_TRUE(tp.waitFor([&] { return delegate->events.size() == 2; }));
