@@ -70,7 +70,7 @@ class DataFlowAdManagerTest : public ::testing::Test {
             std::lock_guard lock(answerMutex);
             return fetchResponse;
         });
-        for (const char* path : {"/imp", "/click", "/settle"})
+        for (const char* path : {"/imp", "/click"})
             server.on(path, LoopbackResponse::text("", 204));
         window->addSubview(container);
         container->addSubview(titleLabel);
@@ -110,13 +110,8 @@ class DataFlowAdManagerTest : public ::testing::Test {
         return ad;
     }
 
+    // Every request issued so far has been answered once this returns.
     std::vector<RecordedRequest> settle() {
-        bool done = false;
-        PeloraNetwork::get(
-            server.url("/settle"), nullptr, nullptr,
-            [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
-        EXPECT_TRUE(tp.waitFor([&] { return done; }));
-        // Requests on parallel connections arrive in any order: wait for all of them.
         EXPECT_TRUE(tp.waitForNetworkIdle());
         return server.requests();
     }

@@ -64,7 +64,7 @@ class SplashAdViewTest : public ::testing::Test {
             return fetchResponse;
         });
         server.on("/img/splash.png", adtest::png(adtest::pngA()));
-        for (const char* path : {"/imp", "/click", "/settle"})
+        for (const char* path : {"/imp", "/click"})
             server.on(path, LoopbackResponse::text("", 204));
         window->setRootViewController(std::make_shared<ui::ViewController>());
     }
@@ -102,14 +102,8 @@ class SplashAdViewTest : public ::testing::Test {
         return view;
     }
 
-    // Every request issued before this call has been answered once this returns.
+    // Every request issued so far has been answered once this returns.
     std::vector<RecordedRequest> settle() {
-        bool done = false;
-        PeloraNetwork::get(
-            server.url("/settle"), nullptr, nullptr,
-            [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
-        EXPECT_TRUE(tp.waitFor([&] { return done; }));
-        // Requests on parallel connections arrive in any order: wait for all of them.
         EXPECT_TRUE(tp.waitForNetworkIdle());
         return server.requests();
     }

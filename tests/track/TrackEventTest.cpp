@@ -28,8 +28,7 @@ class TrackEventTest : public ::testing::Test {
   protected:
     void SetUp() override {
         PeloraNetwork::resetSessionsForTesting();
-        for (const char* path :
-             {"/imp", "/click", "/post", "/dl16", "/dl17", "/v31", "/v32", "/settle"})
+        for (const char* path : {"/imp", "/click", "/post", "/dl16", "/dl17", "/v31", "/v32"})
             server.on(path, LoopbackResponse::text("", 204));
         window->addSubview(container);
         container->addSubview(clickView);
@@ -71,20 +70,10 @@ class TrackEventTest : public ::testing::Test {
         return t;
     }
 
-    // Waits until every request issued so far has been answered: a last request goes out
-    // after them and its completion is awaited.
+    // Every request issued so far has been answered once this returns.
     std::vector<RecordedRequest> settle() {
-        bool done = false;
-        PeloraNetwork::get(
-            server.url("/settle"), nullptr, nullptr,
-            [&](int64_t, std::optional<std::string>, std::optional<std::string>) { done = true; });
-        EXPECT_TRUE(tp.waitFor([&] { return done; }, 10));
-        // Requests on parallel connections arrive in any order: wait for all of them.
         EXPECT_TRUE(tp.waitForNetworkIdle());
-        std::vector<RecordedRequest> out;
-        for (auto& r : server.requests())
-            if (r.path != "/settle") out.push_back(r);
-        return out;
+        return server.requests();
     }
 
     std::vector<RecordedRequest> to(const std::string& path) {
