@@ -182,4 +182,27 @@ TEST_F(CliCore, FetchReportsFailuresAsJsonWithExitOne) {
     EXPECT_TRUE(k.at("message").is_string());
 }
 
+TEST_F(CliCore, FetchOverHttpsTrustsTheNamedAuthorityOnly) {
+    LoopbackServer server(LoopbackServer::Options{2, pelora::testing::TestTls::certificateFile(),
+                                                  pelora::testing::TestTls::keyFile()});
+    server.on("/api/v1/advert/fetch", LoopbackResponse::json(R"({"code":0,"data":{"ads":[]}})"));
+    auto trusted =
+        runPelora({"fetch", "--kind", "splash", "--slot", "S", "--base-url", server.baseUrl(),
+                   "--ca-file", pelora::testing::TestTls::authorityFile()});
+    EXPECT_EQ(trusted.status, 0) << trusted.err;
+    EXPECT_EQ(parsed(trusted).at("code"), 0);
+    EXPECT_EQ(server.requestsTo("/api/v1/advert/fetch").size(), 1u);
+
+    auto untrusted =
+        runPelora({"fetch", "--kind", "splash", "--slot", "S", "--base-url", server.baseUrl()});
+    EXPECT_EQ(untrusted.status, 1);
+    EXPECT_EQ(parsed(untrusted).at("code"), -1202);
+    EXPECT_EQ(server.requestsTo("/api/v1/advert/fetch").size(), 1u);
+
+    auto missing = runPelora({"fetch", "--kind", "splash", "--slot", "S", "--base-url",
+                              server.baseUrl(), "--ca-file", "/nonexistent/ca.pem"});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_NE(missing.err.find("--ca-file"), std::string::npos) << missing.err;
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -119,7 +120,8 @@ class NativePrinter : public PeloraDataFlowAdManagerDelegate {
 
 int runLoad(const std::vector<std::string>& args) {
     using namespace pelora::cli;
-    auto parsed = parseArgs(args, {"kind", "slot", "base-url", "timeout", "width", "height"});
+    auto parsed =
+        parseArgs(args, {"kind", "slot", "base-url", "timeout", "width", "height", "ca-file"});
     if (!parsed.error.empty()) return usageError("load", parsed.error);
     if (!parsed.positional.empty())
         return usageError("load", "unexpected argument " + parsed.positional[0]);
@@ -138,7 +140,13 @@ int runLoad(const std::vector<std::string>& args) {
     if (parsed.has("height") && !parseInt64(parsed.options["height"], height))
         return usageError("load", "--height needs an integer");
 
-    auto services = pelora::desktop::installDesktopPlatform();
+    std::error_code ec;
+    if (parsed.has("ca-file") && !std::filesystem::is_regular_file(parsed.options["ca-file"], ec))
+        return usageError("load", "--ca-file must name a readable PEM file");
+
+    pelora::desktop::DesktopOptions options;
+    if (parsed.has("ca-file")) options.caBundlePath = parsed.options["ca-file"];
+    auto services = pelora::desktop::installDesktopPlatform(options);
     PeloraConstConfig::setBaseUrlOverride(parsed.options["base-url"]);
 
     Outcome outcome;
@@ -187,7 +195,8 @@ int runLoad(const std::vector<std::string>& args) {
 
 const bool registered = pelora::cli::registerCommand({
     "load",
-    "load --kind splash|native --slot ID --base-url URL [--timeout S] [--width W] [--height H]",
+    "load --kind splash|native --slot ID --base-url URL [--timeout S] [--width W] [--height H] "
+    "[--ca-file PEM]",
     "run the SDK's splash or native loader against a server and print each callback as JSON",
     runLoad,
 });

@@ -1,6 +1,7 @@
 // `pelora request`, `pelora fetch` and `pelora escape`: what an ad request looks like on the
 // wire, what the server answers to it, and how the transport escapes query text.
 
+#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -24,7 +25,7 @@ constexpr const char* kRequestUsage =
     "[--app-id ID]";
 constexpr const char* kFetchUsage =
     "fetch --kind splash|native|reward --slot ID [--width W] [--height H] [--timeout S] "
-    "[--app-id ID] [--base-url URL]";
+    "[--app-id ID] [--base-url URL] [--ca-file PEM]";
 
 struct SlotRequest {
     std::string kind;
@@ -34,6 +35,7 @@ struct SlotRequest {
     int64_t timeout = 3;  // whole seconds, as every slot carries it
     std::optional<std::string> appId;
     std::optional<std::string> baseUrl;
+    std::string caFile;  // extra trusted certificates for an https base URL
 };
 
 // Reads the options shared by `request` and `fetch`; an empty result means usage was printed.
@@ -41,7 +43,10 @@ std::optional<SlotRequest> parseSlotRequest(const std::string& command,
                                             const std::vector<std::string>& args, bool allowBaseUrl,
                                             int& status) {
     std::vector<std::string> names = {"kind", "slot", "width", "height", "timeout", "app-id"};
-    if (allowBaseUrl) names.push_back("base-url");
+    if (allowBaseUrl) {
+        names.push_back("base-url");
+        names.push_back("ca-file");
+    }
     ParsedArgs parsed = parseArgs(args, names);
     auto fail = [&](const std::string& message) {
         status = usageError(command, message);
@@ -79,6 +84,13 @@ std::optional<SlotRequest> parseSlotRequest(const std::string& command,
         }
         // The origin is concatenated with the fetch path as is.
         while (!req.baseUrl->empty() && req.baseUrl->back() == '/') req.baseUrl->pop_back();
+    }
+    if (parsed.has("ca-file")) {
+        req.caFile = parsed.options["ca-file"];
+        std::error_code ec;
+        if (!std::filesystem::is_regular_file(req.caFile, ec)) {
+            return fail("--ca-file must name a readable PEM file");
+        }
     }
     return req;
 }
@@ -125,7 +137,9 @@ void prepare(const SlotRequest& req) {
     // stdout carries the JSON answer; the transport's diagnostic lines are not wanted there
     // or on the terminal.
     platform::setMinimumLogLevel(platform::LogLevel::Warning);
-    desktop::installDesktopPlatform({});
+    desktop::DesktopOptions options;
+    options.caBundlePath = req.caFile;
+    desktop::installDesktopPlatform(options);
     if (req.baseUrl) PeloraConstConfig::setBaseUrlOverride(req.baseUrl);
 }
 

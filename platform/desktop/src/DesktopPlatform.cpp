@@ -13,7 +13,7 @@ platform::Services makeDesktopServices(const DesktopOptions& options) {
     platform::Services s;
     s.clock = options.clock ? options.clock : std::make_shared<platform::SystemClock>();
     s.mainRunLoop = std::make_shared<EventRunLoop>(s.clock);
-    s.http = std::make_shared<CurlHttpSessionFactory>();
+    s.http = std::make_shared<CurlHttpSessionFactory>(options.caBundlePath);
 
     DesktopDeviceInfo::Options device;
     device.bundleInfo = options.bundleInfo;

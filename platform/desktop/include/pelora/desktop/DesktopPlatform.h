@@ -22,6 +22,9 @@ struct DesktopOptions {
     std::string cachesDirectory;
     // Clock for the main run loop; null means the system clock.
     std::shared_ptr<platform::Clock> clock;
+    // PEM file of extra certificates the HTTP sessions trust (a staging server's private
+    // authority, a TLS-inspecting proxy); empty means the system store only.
+    std::string caBundlePath;
 };
 
 // Builds every real Linux service (system clock, event run loop, libcurl sessions, files,
