@@ -11,7 +11,7 @@ struct Child {
     std::optional<std::string> name;
     int64_t rank = 0;
     static _PeloraYYModelSchema plyy_schema() {
-        return plyy_makeSchema<Child>({PLYY_PROPERTY(Child, name), PLYY_PROPERTY(Child, rank)});
+        return plyy_makeSchema<Child>({PLYY_PROPERTIES(Child, name, rank)});
     }
 };
 
@@ -44,12 +44,8 @@ struct Sample {
     static _PeloraYYModelSchema plyy_schema() {
         using T = Sample;
         return plyy_makeSchema<T>(
-            {PLYY_PROPERTY(T, i64), PLYY_PROPERTY(T, i32), PLYY_PROPERTY(T, i8),
-             PLYY_PROPERTY(T, u16), PLYY_PROPERTY(T, flag), PLYY_PROPERTY(T, real),
-             PLYY_PROPERTY(T, single), PLYY_PROPERTY(T, text), PLYY_PROPERTY(T, words),
-             PLYY_PROPERTY(T, child), PLYY_PROPERTY(T, children), PLYY_PROPERTY(T, byName),
-             PLYY_PROPERTY(T, extra), PLYY_PROPERTY(T, when), PLYY_PROPERTY(T, deep),
-             PLYY_PROPERTY(T, either), PLYY_PROPERTY(T, first), PLYY_PROPERTY(T, second)});
+            {PLYY_PROPERTIES(T, i64, i32, i8, u16, flag, real, single, text, words, child, children,
+                             byName, extra, when, deep, either, first, second)});
     }
 };
 
@@ -250,8 +246,7 @@ struct Hooked {
         return !refuse;
     }
     static _PeloraYYModelSchema plyy_schema() {
-        return plyy_makeSchema<Hooked>({PLYY_PROPERTY(Hooked, name), PLYY_PROPERTY(Hooked, hidden),
-                                        PLYY_PROPERTY(Hooked, count)});
+        return plyy_makeSchema<Hooked>({PLYY_PROPERTIES(Hooked, name, hidden, count)});
     }
 };
 
@@ -301,7 +296,7 @@ struct Node {
     std::shared_ptr<Node> next;
     int64_t v = 0;
     static _PeloraYYModelSchema plyy_schema() {
-        return plyy_makeSchema<Node>({PLYY_PROPERTY(Node, next), PLYY_PROPERTY(Node, v)});
+        return plyy_makeSchema<Node>({PLYY_PROPERTIES(Node, next, v)});
     }
 };
 
@@ -355,12 +350,8 @@ struct Flat {
     static _PeloraYYModelSchema plyy_schema() {
         using T = Flat;
         return plyy_makeSchema<T>(
-            {PLYY_PROPERTY(T, text), PLYY_PROPERTY(T, flag), PLYY_PROPERTY(T, i8),
-             PLYY_PROPERTY(T, u32), PLYY_PROPERTY(T, i64), PLYY_PROPERTY(T, u64),
-             PLYY_PROPERTY(T, single), PLYY_PROPERTY(T, real), PLYY_PROPERTY(T, second),
-             PLYY_PROPERTY(T, first), PLYY_PROPERTY(T, words), PLYY_PROPERTY(T, extra),
-             PLYY_PROPERTY(T, when), PLYY_PROPERTY(T, child), PLYY_PROPERTY(T, hooked),
-             PLYY_PROPERTY(T, nested), PLYY_PROPERTY(T, byName)});
+            {PLYY_PROPERTIES(T, text, flag, i8, u32, i64, u64, single, real, second, first, words,
+                             extra, when, child, hooked, nested, byName)});
     }
 };
 
