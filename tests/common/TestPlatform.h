@@ -18,7 +18,8 @@ namespace pelora::testing {
 // A complete set of platform services for one test, installed by the constructor:
 //  - clock: a ManualClock (default) or the system clock;
 //  - mainRunLoop: an EventRunLoop on that clock;
-//  - http: the real libcurl session factory (talk only to a LoopbackServer), counted;
+//  - http: the real libcurl session factory (talk only to a LoopbackServer) behind `traffic`,
+//    which counts, records and on request fails what the SDK sends;
 //  - files: DesktopFileSystem rooted in a fresh temporary directory, removed at destruction;
 //  - device: FakeDeviceInfo with realistic defaults; reachability: FakeReachabilityService;
 //  - imageDecoder: the stb decoder; urlOpener: a RecordingUrlOpener; a test may replace
