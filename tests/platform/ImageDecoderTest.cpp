@@ -72,7 +72,7 @@ TEST(ImageDecoderTest, PngKeepsEveryPixelAndChannel) {
     EXPECT_EQ(image->pixelHeight, 2);
     EXPECT_EQ(image->scale, 2.0);
     EXPECT_DOUBLE_EQ(image->width(), 1.5);
-    EXPECT_EQ(image->rgba, pixels);
+    EXPECT_EQ(image->rgba(), pixels);
 }
 
 TEST(ImageDecoderTest, JpegDecodesToOpaqueRgba) {
@@ -82,12 +82,12 @@ TEST(ImageDecoderTest, JpegDecodesToOpaqueRgba) {
     EXPECT_EQ(image->pixelWidth, 16);
     EXPECT_EQ(image->pixelHeight, 8);
     EXPECT_EQ(image->scale, 1.0);
-    ASSERT_EQ(image->rgba.size(), 16u * 8u * 4u);
-    for (size_t i = 0; i < image->rgba.size(); i += 4) {
-        EXPECT_NEAR(image->rgba[i], 40, 4);
-        EXPECT_NEAR(image->rgba[i + 1], 120, 4);
-        EXPECT_NEAR(image->rgba[i + 2], 200, 4);
-        EXPECT_EQ(image->rgba[i + 3], 255);
+    ASSERT_EQ(image->rgba().size(), 16u * 8u * 4u);
+    for (size_t i = 0; i < image->rgba().size(); i += 4) {
+        EXPECT_NEAR(image->rgba()[i], 40, 4);
+        EXPECT_NEAR(image->rgba()[i + 1], 120, 4);
+        EXPECT_NEAR(image->rgba()[i + 2], 200, 4);
+        EXPECT_EQ(image->rgba()[i + 3], 255);
     }
 }
 
@@ -115,9 +115,9 @@ TEST(ImageDecoderTest, ShippedArtworkAndCreativesDecode) {
     // the gradient's first colour (0.25, 0.45, 0.20), not noise.
     auto jpeg = decoder.decode(readFile(root + "/tools/sandbox/creatives/native-image-2.jpg"));
     ASSERT_TRUE(jpeg);
-    EXPECT_NEAR(jpeg->rgba[0], 64, 12);
-    EXPECT_NEAR(jpeg->rgba[1], 115, 12);
-    EXPECT_NEAR(jpeg->rgba[2], 51, 12);
+    EXPECT_NEAR(jpeg->rgba()[0], 64, 12);
+    EXPECT_NEAR(jpeg->rgba()[1], 115, 12);
+    EXPECT_NEAR(jpeg->rgba()[2], 51, 12);
 }
 
 TEST(ImageDecoderTest, RefusesImagesAboveThePixelLimit) {
@@ -135,7 +135,7 @@ TEST(ImageDecoderTest, RefusesImagesAboveThePixelLimit) {
     EXPECT_FALSE(decoder.decode(pngDeclaring(4097, 4096)));
 }
 
-TEST(ImageDecoderTest, GarbageAndTruncatedBytesYieldNothing) {
+TEST(ImageDecoderTest, GarbageYieldsNothingAndBrokenBodiesNoPixels) {
     StbImageDecoder decoder;
     EXPECT_FALSE(decoder.decode(""));
     EXPECT_FALSE(decoder.decode("not an image at all"));
@@ -150,20 +150,26 @@ TEST(ImageDecoderTest, GarbageAndTruncatedBytesYieldNothing) {
         EXPECT_FALSE(decoder.decode(bytes)) << "round " << round;
     }
 
-    // Every prefix of a real PNG and JPEG: a decoder may recover a partial JPEG, but the
-    // result must then still have the declared size; anything else is nothing.
+    // Every prefix of a real PNG and JPEG: once the header is there the image has its size,
+    // and its pixels are either the whole declared bitmap (a partial JPEG may be recovered)
+    // or none.
     const std::string png = encodePng(8, 8, solid(8, 8, 1, 2, 3));
     const std::string jpeg = encodeJpeg(24, 24, solid(24, 24, 1, 2, 3));
     for (const std::string* full : {&png, &jpeg}) {
         for (size_t cut = 0; cut < full->size(); ++cut) {
             auto image = decoder.decode(std::string_view(*full).substr(0, cut));
-            if (image) {
-                EXPECT_EQ(image->rgba.size(),
+            if (image && !image->rgba().empty()) {
+                EXPECT_EQ(image->rgba().size(),
                           static_cast<size_t>(image->pixelWidth * image->pixelHeight * 4));
             }
         }
     }
-    EXPECT_FALSE(decoder.decode(std::string_view(png).substr(0, png.size() / 2)));
+    auto half = decoder.decode(std::string_view(png).substr(0, png.size() / 2));
+    ASSERT_TRUE(half);
+    EXPECT_EQ(half->pixelWidth, 8);
+    EXPECT_FALSE(half->isDecoded());
+    EXPECT_TRUE(half->rgba().empty());
+    EXPECT_TRUE(half->isDecoded());
 
     // Corrupted bodies behind a valid header.
     std::string flipped = jpeg;
@@ -183,13 +189,34 @@ TEST(ImageDecoderTest, DecodesOnSeveralThreadsAtOnce) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < 50; ++i) {
-                if (decoder.decode(i % 2 ? png : jpeg)) ++decoded[static_cast<size_t>(t)];
+                auto image = decoder.decode(i % 2 ? png : jpeg);
+                if (image && image->rgba().size() == 32u * 32u * 4u) {
+                    ++decoded[static_cast<size_t>(t)];
+                }
                 decoder.decode("garbage");
             }
         });
     }
     for (auto& t : threads) t.join();
     EXPECT_EQ(decoded, std::vector<int>(4, 50));
+}
+
+TEST(ImageDecoderTest, PixelsAreDecodedOnceWhoeverAsksFirst) {
+    StbImageDecoder decoder;
+    auto image = decoder.decode(encodePng(64, 64, solid(64, 64, 9, 8, 7)));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->pixelWidth, 64);
+    EXPECT_FALSE(image->isDecoded());
+    std::vector<const std::vector<uint8_t>*> seen(4, nullptr);
+    std::vector<std::thread> threads;
+    for (size_t t = 0; t < seen.size(); ++t) {
+        threads.emplace_back([&, t] { seen[t] = &image->rgba(); });
+    }
+    for (auto& t : threads) t.join();
+    for (const auto* pixels : seen) EXPECT_EQ(pixels, seen[0]);
+    ASSERT_EQ(seen[0]->size(), 64u * 64u * 4u);
+    EXPECT_EQ((*seen[0])[0], 9);
+    EXPECT_TRUE(image->isDecoded());
 }
 
 }  // namespace

@@ -29,17 +29,21 @@ std::shared_ptr<platform::Image> StbImageDecoder::decode(std::string_view bytes,
         return nullptr;
     }
 
-    int w = 0, h = 0, c = 0;
-    stbi_uc* pixels = stbi_load_from_memory(data, length, &w, &h, &c, 4);
-    if (!pixels) return nullptr;
-    auto image = std::make_shared<platform::Image>();
-    image->pixelWidth = w;
-    image->pixelHeight = h;
-    image->scale = scale > 0 ? scale : 1.0;
-    const size_t size = static_cast<size_t>(w) * static_cast<size_t>(h) * 4;
-    image->rgba.assign(pixels, pixels + size);
-    stbi_image_free(pixels);
-    return image;
+    // The pixels are decoded when first asked for, from a copy of the bytes (the caller's
+    // buffer does not outlive this call).
+    return std::make_shared<platform::Image>(
+        width, height, scale > 0 ? scale : 1.0,
+        [encoded = std::string(bytes)]() -> std::vector<uint8_t> {
+            int w = 0, h = 0, c = 0;
+            stbi_uc* pixels =
+                stbi_load_from_memory(reinterpret_cast<const stbi_uc*>(encoded.data()),
+                                      static_cast<int>(encoded.size()), &w, &h, &c, 4);
+            if (!pixels) return {};
+            std::vector<uint8_t> rgba(pixels,
+                                      pixels + static_cast<size_t>(w) * static_cast<size_t>(h) * 4);
+            stbi_image_free(pixels);
+            return rgba;
+        });
 }
 
 }  // namespace pelora::desktop

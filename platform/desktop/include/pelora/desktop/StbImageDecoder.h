@@ -17,9 +17,11 @@ class StbImageDecoder : public platform::ImageDecoder {
 
     explicit StbImageDecoder(int64_t maxPixels = kDefaultMaxPixels);
 
-    // Absent for bytes that are not an image, for truncated images, and for images whose
-    // declared size exceeds maxPixels(); the size is read from the header before any pixel
-    // buffer is allocated.
+    // Absent for bytes that are not an image and for images whose declared size exceeds
+    // maxPixels(); both are read from the header before any pixel buffer is allocated. The
+    // pixels are decoded on the first rgba() call (a few milliseconds for a full-screen
+    // creative, kept off the thread that receives the image); bytes that are corrupt past a
+    // valid header then give an image without pixels.
     std::shared_ptr<platform::Image> decode(std::string_view bytes, double scale = 1.0) override;
 
     int64_t maxPixels() const { return maxPixels_; }
