@@ -8,7 +8,10 @@ PACKAGES=(
   libcurl4-openssl-dev libsimdjson-dev nlohmann-json3-dev
   libcpp-httplib-dev libstb-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  clang-format
+  clang-format ccache
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
+  gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
+  gstreamer1.0-tools
 )
 
 missing=()

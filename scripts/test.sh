@@ -5,6 +5,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
+# Object files are shared through ccache between build trees and clones side by side.
+export CCACHE_BASEDIR="${CCACHE_BASEDIR:-$(cd .. && pwd)}"
 
 if [ "${PELORA_SANITIZE:-0}" = "1" ]; then
   BUILD_DIR=${BUILD_DIR:-build-asan}

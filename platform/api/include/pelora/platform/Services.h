@@ -7,6 +7,7 @@
 #include "pelora/platform/FileSystem.h"
 #include "pelora/platform/Http.h"
 #include "pelora/platform/Image.h"
+#include "pelora/platform/MediaPlayer.h"
 #include "pelora/platform/Reachability.h"
 #include "pelora/platform/RunLoop.h"
 #include "pelora/platform/UrlOpener.h"
@@ -25,6 +26,9 @@ struct Services {
     std::shared_ptr<ReachabilityService> reachability;
     std::shared_ptr<UrlOpener> urlOpener;
     std::shared_ptr<ImageDecoder> imageDecoder;
+    // Video playback for rewarded video ads; null on a platform that cannot play video (a
+    // rewarded video then fails as a player item error).
+    std::shared_ptr<MediaPlayerService> mediaPlayer;
 };
 
 // Replace the installed services. Not thread-safe against concurrent services() readers:
