@@ -24,16 +24,24 @@ void NotificationCenter::removeObserver(Token token) {
 
 void NotificationCenter::post(const std::string& name, std::shared_ptr<void> object) {
     // Copy the matching observers first: observers may add or remove observers while they run.
-    std::vector<std::shared_ptr<std::function<void(const Notification&)>>> targets;
+    // One removed by an earlier observer of the same post is not called any more (its owner
+    // may be gone).
+    std::vector<Entry> targets;
     {
         std::lock_guard lock(mutex_);
         for (const auto& e : entries_) {
-            if (e.name == name) targets.push_back(e.block);
+            if (e.name == name) targets.push_back(e);
         }
     }
     Notification note{name, std::move(object)};
-    for (const auto& block : targets) {
-        if (*block) (*block)(note);
+    for (const auto& target : targets) {
+        {
+            std::lock_guard lock(mutex_);
+            bool live = false;
+            for (const auto& e : entries_) live = live || e.token == target.token;
+            if (!live) continue;
+        }
+        if (*target.block) (*target.block)(note);
     }
 }
 

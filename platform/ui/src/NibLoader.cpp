@@ -114,6 +114,9 @@ void applyViewProperties(View& view, const std::map<std::string, NibValue>& prop
                 view.setContentMode(static_cast<ContentMode>(mode));
         } else if (key == "accessibilityIdentifier" && value.isString()) {
             view.setAccessibilityIdentifier(value.string);
+        } else if (key == "autoresizingMask" && readNumber(value) && value.number >= 0 &&
+                   value.number < 64) {
+            view.setAutoresizingMask(static_cast<unsigned>(value.number));
         }
     }
 }

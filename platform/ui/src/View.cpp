@@ -42,8 +42,62 @@ View::View(Rect frame) : frame_(frame) {}
 
 View::~View() = default;
 
+namespace {
+
+// Shares `delta` among the flexible ones of three consecutive lengths, in proportion to their
+// lengths (equally when they are all zero); returns the change of each.
+void distribute(double delta, const double lengths[3], const bool flexible[3], double out[3]) {
+    double total = 0;
+    int count = 0;
+    for (int i = 0; i < 3; ++i) {
+        out[i] = 0;
+        if (flexible[i]) {
+            total += lengths[i];
+            ++count;
+        }
+    }
+    if (count == 0) return;
+    for (int i = 0; i < 3; ++i) {
+        if (!flexible[i]) continue;
+        out[i] = total > 0 ? delta * lengths[i] / total : delta / count;
+    }
+}
+
+}  // namespace
+
 void View::setFrame(Rect frame) {
+    const Size old = frame_.size;
     frame_ = frame;
+    if (old.width == frame.size.width && old.height == frame.size.height) return;
+    const double dw = frame.size.width - old.width;
+    const double dh = frame.size.height - old.height;
+    for (const auto& sub : subviews_) {
+        const unsigned mask = sub->autoresizingMask();
+        if (mask == AutoresizingNone) continue;
+        Rect f = sub->frame();
+        double out[3];
+        {
+            const double lengths[3] = {f.origin.x, f.size.width,
+                                       old.width - f.origin.x - f.size.width};
+            const bool flex[3] = {(mask & AutoresizingFlexibleLeftMargin) != 0,
+                                  (mask & AutoresizingFlexibleWidth) != 0,
+                                  (mask & AutoresizingFlexibleRightMargin) != 0};
+            distribute(dw, lengths, flex, out);
+            f.origin.x += out[0];
+            f.size.width += out[1];
+        }
+        {
+            const double lengths[3] = {f.origin.y, f.size.height,
+                                       old.height - f.origin.y - f.size.height};
+            const bool flex[3] = {(mask & AutoresizingFlexibleTopMargin) != 0,
+                                  (mask & AutoresizingFlexibleHeight) != 0,
+                                  (mask & AutoresizingFlexibleBottomMargin) != 0};
+            distribute(dh, lengths, flex, out);
+            f.origin.y += out[0];
+            f.size.height += out[1];
+        }
+        sub->setFrame(f);
+    }
 }
 
 Point View::center() const {

@@ -91,6 +91,19 @@ void NavigationController::loadView() {
     showTop();
 }
 
+void NavigationController::viewWillAppear(bool animated) {
+    if (auto top = topViewController()) top->viewWillAppear(animated);
+}
+void NavigationController::viewDidAppear(bool animated) {
+    if (auto top = topViewController()) top->viewDidAppear(animated);
+}
+void NavigationController::viewWillDisappear(bool animated) {
+    if (auto top = topViewController()) top->viewWillDisappear(animated);
+}
+void NavigationController::viewDidDisappear(bool animated) {
+    if (auto top = topViewController()) top->viewDidDisappear(animated);
+}
+
 void NavigationController::showTop() {
     if (!isViewLoaded()) return;
     auto container = view();

@@ -36,6 +36,18 @@ enum class ContentMode : int {
     Center = 4,
 };
 
+// How a view follows its superview's size changes: the flexible parts share the change in
+// proportion to their current lengths. Bits as the phone platform numbers them.
+enum AutoresizingMask : unsigned {
+    AutoresizingNone = 0,
+    AutoresizingFlexibleLeftMargin = 1u << 0,
+    AutoresizingFlexibleWidth = 1u << 1,
+    AutoresizingFlexibleRightMargin = 1u << 2,
+    AutoresizingFlexibleTopMargin = 1u << 3,
+    AutoresizingFlexibleHeight = 1u << 4,
+    AutoresizingFlexibleBottomMargin = 1u << 5,
+};
+
 class GestureRecognizer;
 class Window;
 
@@ -57,7 +69,10 @@ class View : public std::enable_shared_from_this<View> {
 
     // --- geometry ------------------------------------------------------------------------
     Rect frame() const { return frame_; }
+    // A size change resizes the subviews by their autoresizing masks.
     virtual void setFrame(Rect frame);
+    unsigned autoresizingMask() const { return autoresizingMask_; }
+    void setAutoresizingMask(unsigned mask) { autoresizingMask_ = mask; }
     // Origin (0, 0), size of the frame.
     Rect bounds() const { return Rect{{0, 0}, frame_.size}; }
     Point center() const;
@@ -163,6 +178,7 @@ class View : public std::enable_shared_from_this<View> {
     bool clipsToBounds_ = false;
     ContentMode contentMode_ = ContentMode::ScaleToFill;
     int64_t tag_ = 0;
+    unsigned autoresizingMask_ = AutoresizingNone;
     std::string accessibilityIdentifier_;
     bool userInteractionEnabled_ = true;
 

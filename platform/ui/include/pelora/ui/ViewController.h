@@ -113,6 +113,11 @@ class NavigationController : public ViewController {
     void setNavigationBarHidden(bool hidden) { navigationBarHidden_ = hidden; }
 
     void loadView() override;
+    // Appearance goes on to the top controller, as a phone's navigation container does.
+    void viewWillAppear(bool animated) override;
+    void viewDidAppear(bool animated) override;
+    void viewWillDisappear(bool animated) override;
+    void viewDidDisappear(bool animated) override;
     bool lastPushAnimated() const { return lastPushAnimated_; }
 
   private:
