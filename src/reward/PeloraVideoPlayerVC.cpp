@@ -221,7 +221,7 @@ void PeloraVideoPlayerVC::_real_loadVideo(const std::shared_ptr<PeloraRespVideoO
     if (auto button = endButton()) clickViews.push_back(button);
     auto player = playerView();
     if (player && video && video->clickAble) clickViews.push_back(player);
-    trackEvent_->bindAd(ad ? ad->ad() : nullptr, view(), clickViews);
+    // The handlers go in before the binding: exposure is decided while binding.
     trackEvent_->setOnAdExposed([weakSelf](std::shared_ptr<PeloraApiAd>) {
         if (auto strong = weakSelf.lock()) strong->onAdExpose();
     });
@@ -229,6 +229,7 @@ void PeloraVideoPlayerVC::_real_loadVideo(const std::shared_ptr<PeloraRespVideoO
         [weakSelf](std::shared_ptr<pelora::ui::View>, std::shared_ptr<PeloraApiAd>) {
             if (auto strong = weakSelf.lock()) strong->onAdClick();
         });
+    trackEvent_->bindAd(ad ? ad->ad() : nullptr, view(), clickViews);
     if (!player) return;
     player->setStatusChange([weakSelf] {
         if (auto strong = weakSelf.lock()) strong->onVideoStatusChange();

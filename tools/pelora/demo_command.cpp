@@ -1,15 +1,18 @@
 // `pelora demo`: a scripted host application. It starts the sandbox ad server in this process,
 // points the SDK at it, shows a splash ad in a headless window (a user who watches the
 // countdown, or skips or taps at a chosen second), then loads native ads, renders the first
-// one in its own views, registers them and taps it. It prints a timeline of what the SDK
-// reported and what the server received, checks every expected step, and fails when one is
-// missing.
+// one in its own views, registers them and taps it, then loads a rewarded video, lets the SDK
+// download it, shows it, watches it to the end (or skips it, or taps mute on the way) and
+// closes the end page. It prints a timeline of what the SDK reported and what the server
+// received, checks every expected step, and fails when one is missing.
 
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -27,7 +30,9 @@
 #include "pelora/platform/Services.h"
 #include "pelora/platform/UrlOpener.h"
 #include "pelora/sandbox/Sandbox.h"
+#include "pelora/testing/ScriptedMediaPlayer.h"
 #include "pelora/ui/UI.h"
+#include "reward/PeloraVideoPlayerVC.h"
 #include "track/PeloraTrackEvent.h"
 
 namespace {
@@ -39,6 +44,9 @@ namespace ui = pelora::ui;
 
 const char* kSplashSlot = "splash-demo";
 const char* kNativeSlot = "native-demo";
+const char* kRewardSlot = "reward-demo";
+// The reward-demo slot's video opens its skip button at this second.
+constexpr int64_t kRewardSkipSeconds = 5;
 
 // --fast: a clock only the demo moves, one countdown second per step.
 class DemoClock final : public pelora::platform::Clock {
@@ -57,6 +65,17 @@ class DemoClock final : public pelora::platform::Clock {
     double wallStart_ = 0;
 };
 
+// --fast plays the reward demo's 10.4-second video on the scripted player, whose time is the
+// demo's clock.
+std::shared_ptr<pelora::platform::MediaPlayerService> fastMediaPlayer(
+    std::shared_ptr<pelora::platform::RunLoop> loop) {
+    auto player = std::make_shared<pelora::testing::ScriptedMediaPlayerService>(std::move(loop));
+    pelora::testing::MediaScript script;
+    script.duration = 10.4;
+    player->setDefaultScript(script);
+    return player;
+}
+
 std::string trackName(int64_t type) {
     switch (type) {
         case 1:
@@ -67,18 +86,40 @@ std::string trackName(int64_t type) {
             return "deep link failed";
         case 17:
             return "deep link opened";
+        case 8:
+            return "close";
+        case 31:
+            return "video start";
+        case 32:
+            return "video 25%";
+        case 33:
+            return "video 50%";
+        case 34:
+            return "video 75%";
+        case 35:
+            return "video complete";
+        case 36:
+            return "skip";
+        case 40:
+            return "play error";
+        case 41:
+            return "mute";
         default:
             return "event " + std::to_string(type);
     }
 }
 
 // Tokens still in a tracking request. The click id is never known on the device, so the SDK
-// always leaves "__CLICK_ID__" for the ad server to fill in; every other token must be gone.
-bool macrosLeft(const std::string& text) {
+// always leaves "__CLICK_ID__" for the ad server to fill in; a video's end time is known only
+// when it completes, so every other video event leaves "__VIDEO_END_TIME__". Every other
+// token must be gone.
+bool macrosLeft(const std::string& text, int64_t trackType = 0) {
     static const std::regex token("__[A-Z0-9_]+__");
     for (auto it = std::sregex_iterator(text.begin(), text.end(), token);
          it != std::sregex_iterator(); ++it) {
-        if (it->str() != "__CLICK_ID__") return true;
+        if (it->str() == "__CLICK_ID__") continue;
+        if (it->str() == "__VIDEO_END_TIME__" && trackType != 35) continue;
+        return true;
     }
     return false;
 }
@@ -146,6 +187,11 @@ class Demo {
         for (const auto& r : records_)
             if (r.slot == slot && r.trackType == type) return &r;
         return nullptr;
+    }
+    size_t count(const std::string& slot, int64_t type) const {
+        size_t n = 0;
+        for (const auto& r : records_) n += r.slot == slot && r.trackType == type;
+        return n;
     }
 
     struct Step {
@@ -360,26 +406,569 @@ class DemoRun {
     std::shared_ptr<DemoClock> fast_;
 };
 
-int runDemo(const std::vector<std::string>& args) {
+// ---- options ---------------------------------------------------------------------------------
+
+struct DemoOptions {
+    std::optional<int64_t> skipAt, tapAt;  // splash: seconds left on the countdown
+    std::optional<int64_t> rewardSkipAt;   // rewarded video: second of playback
+    std::optional<int64_t> rewardMuteAt;
+    bool json = false;
+    bool fast = false;
+};
+
+// 0 when the options are usable, otherwise the usage error's exit status.
+int parseDemoOptions(const std::vector<std::string>& args, DemoOptions& out) {
     using namespace pelora::cli;
-    auto parsed = parseArgs(args, {"skip-at", "tap-at"}, {"json", "fast"});
+    auto parsed = parseArgs(args, {"skip-at", "tap-at", "reward-skip-at", "reward-mute-at"},
+                            {"json", "fast"});
     if (!parsed.error.empty()) return usageError("demo", parsed.error);
     if (!parsed.positional.empty())
         return usageError("demo", "unexpected argument " + parsed.positional[0]);
-    std::optional<int64_t> skipAt, tapAt;
-    for (const char* name : {"skip-at", "tap-at"}) {
-        if (!parsed.has(name)) continue;
+    struct Range {
+        const char* name;
+        std::optional<int64_t>* target;
+        int64_t low, high;
+        const char* meaning;
+    };
+    const Range ranges[] = {
+        {"skip-at", &out.skipAt, 1, 5, "a second from 5 down to 1"},
+        {"tap-at", &out.tapAt, 1, 5, "a second from 5 down to 1"},
+        {"reward-skip-at", &out.rewardSkipAt, kRewardSkipSeconds, 10,
+         "a second of the video from 5 (when skipping opens) to 10"},
+        {"reward-mute-at", &out.rewardMuteAt, 1, 9, "a second of the video from 1 to 9"},
+    };
+    for (const auto& r : ranges) {
+        if (!parsed.has(r.name)) continue;
         int64_t v = 0;
-        if (!parseInt64(parsed.options[name], v) || v < 1 || v > 5)
-            return usageError("demo",
-                              std::string("--") + name + " takes a second from 5 down to 1");
-        (std::string(name) == "skip-at" ? skipAt : tapAt) = v;
+        if (!parseInt64(parsed.options[r.name], v) || v < r.low || v > r.high)
+            return usageError("demo", std::string("--") + r.name + " takes " + r.meaning);
+        *r.target = v;
     }
-    if (skipAt && tapAt) return usageError("demo", "give --skip-at or --tap-at, not both");
-    const bool jsonOutput = parsed.hasFlag("json");
-    const bool fast = parsed.hasFlag("fast");
+    if (out.skipAt && out.tapAt) return usageError("demo", "give --skip-at or --tap-at, not both");
+    out.json = parsed.hasFlag("json");
+    out.fast = parsed.hasFlag("fast");
+    return 0;
+}
 
-    // --- the ad server -------------------------------------------------------------------
+// What every part of the demo shares: the timeline, the loop, the window and its controller.
+struct DemoHost {
+    Demo& demo;
+    DemoRun& run;
+    const DemoOptions& options;
+    const pelora::platform::Services& services;
+    std::shared_ptr<ui::Window> window;
+    std::shared_ptr<ui::ViewController> root;
+
+    // A tap in the middle of `view`, told on the timeline first.
+    void tapCenter(const std::shared_ptr<ui::View>& view, const std::string& what,
+                   const std::string& when = {}) {
+        auto b = view->bounds();
+        auto point = view->convertPointToView({b.width() / 2, b.height() / 2}, nullptr);
+        demo.note("user", what,
+                  (when.empty() ? "" : when + " ") + "at (" + std::to_string(int(point.x)) + ", " +
+                      std::to_string(int(point.y)) + ")");
+        window->sendTap(point);
+    }
+};
+
+// ---- splash ----------------------------------------------------------------------------------
+
+struct SplashOutcome {
+    std::vector<std::string> ticks;
+    std::string adId;
+    bool imageReported = false;
+};
+
+SplashOutcome showSplash(DemoHost& host, SplashHost& splashHost,
+                         const std::shared_ptr<SplashHost>& delegate) {
+    auto& demo = host.demo;
+    auto& run = host.run;
+    const auto& opt = host.options;
+    SplashOutcome out;
+    auto splash = PeloraSplashAdView::initWithSlotID(kSplashSlot, host.window->bounds());
+    if (!splash) {
+        demo.note("host", "no splash view",
+                  "PeloraSDKBundle.bundle was not found beside the program");
+        return out;
+    }
+    splash->setDelegate(delegate);
+    splash->setRootViewController(host.root);
+    host.window->addSubview(splash);
+    run.images.push_back({"splash image", splash->imageV()});
+    const size_t imageIndex = run.images.size() - 1;
+    bool userActed = false;
+    std::weak_ptr<PeloraSplashAdView> weakSplash = splash;
+    auto watchCountdown = [&, weakSplash] {
+        auto view = weakSplash.lock();
+        if (!view || !splashHost.loaded || !view->countL()) return;
+        std::string label = view->countL()->text().value_or("");
+        if (!out.ticks.empty() && out.ticks.back() == label) return;
+        if (!view->timer() && label != "0") return;  // the file's placeholder text
+        out.ticks.push_back(label);
+        demo.note("splash", "countdown " + label, "", {{"countDown", label}});
+    };
+    splashHost.beforeCallback = watchCountdown;
+    run.onStep = [&, weakSplash, watchCountdown] {
+        watchCountdown();
+        auto view = weakSplash.lock();
+        if (!view || !splashHost.loaded) return;
+        if (out.adId.empty() && view->trackEvent() && view->trackEvent()->ad())
+            out.adId = view->trackEvent()->ad()->adId.value_or("");
+        std::string label = view->countL() ? view->countL()->text().value_or("") : "";
+        if (userActed || splashHost.finished() || !view->timer()) return;
+        auto left = std::to_string(opt.skipAt ? *opt.skipAt : opt.tapAt ? *opt.tapAt : -1);
+        if (label != left) return;
+        userActed = true;
+        std::shared_ptr<ui::View> target = opt.skipAt
+                                               ? std::static_pointer_cast<ui::View>(view->skipBtn())
+                                               : std::static_pointer_cast<ui::View>(view->imageV());
+        host.tapCenter(target, opt.skipAt ? "taps skip" : "taps the ad",
+                       "with " + left + " s left");
+    };
+
+    demo.note("host", "loadAdData", std::string("splash slot ") + kSplashSlot);
+    splash->loadAdData();
+    run.pumpUntil([&] { return splashHost.loaded || splashHost.failed; }, 10);
+    if (splashHost.loaded) {
+        // Let the image and the impression arrive before the first second passes, so the
+        // timeline reads in the order a person would see it.
+        if (opt.fast) {
+            run.pumpUntil(
+                [&] { return run.images[imageIndex].reported && demo.record(kSplashSlot, 1); }, 3);
+            for (int i = 0; i < 10 && !splashHost.finished(); ++i) run.tick();
+        } else {
+            run.pumpUntil([&] { return splashHost.finished(); }, 9);
+        }
+        run.pumpUntil(
+            [&] {
+                return run.images[imageIndex].reported && demo.record(kSplashSlot, 1) &&
+                       (!opt.tapAt || demo.record(kSplashSlot, 2));
+            },
+            3);
+    }
+    run.onStep = nullptr;
+    splashHost.beforeCallback = nullptr;
+    demo.note("host", "removes the splash view", "");
+    splash->removeFromSuperview();
+    splash.reset();
+    run.step();
+    out.imageReported = run.images[imageIndex].reported;
+    return out;
+}
+
+void runSplashPart(DemoHost& host) {
+    auto& demo = host.demo;
+    const auto& opt = host.options;
+    auto splashHost = std::make_shared<SplashHost>(demo);
+    SplashOutcome out = showSplash(host, *splashHost, splashHost);
+
+    demo.check("splash ad loaded", splashHost->loaded, out.adId);
+    demo.check("splash ad shown (splashAdDidShow)", splashHost->shown);
+    std::vector<std::string> expected;
+    int64_t end = opt.skipAt ? *opt.skipAt : opt.tapAt ? *opt.tapAt : 0;
+    for (int64_t s = 5; s >= end; --s) expected.push_back(std::to_string(s));
+    std::string seen;
+    for (const auto& t : out.ticks) seen += (seen.empty() ? "" : " ") + t;
+    demo.check("countdown ticked", out.ticks == expected, seen);
+    if (opt.skipAt) {
+        demo.check("skip reported (splashAdDidClickSkip), no time-over",
+                   splashHost->skipped && !splashHost->timedOut);
+    } else if (opt.tapAt) {
+        demo.check("click reported (splashAdDidClick), no time-over",
+                   splashHost->clicks == 1 && !splashHost->timedOut);
+    } else {
+        demo.check("time-over reported (splashAdTimeOver)", splashHost->timedOut);
+    }
+    demo.check("splash image downloaded", out.imageReported);
+    auto imp = demo.record(kSplashSlot, 1);
+    demo.check("splash impression tracking received, macros substituted",
+               imp && !macrosLeft(imp->url + imp->body), imp ? imp->url : "none");
+    if (opt.tapAt) {
+        auto click = demo.record(kSplashSlot, 2);
+        demo.check("splash click tracking received, macros substituted",
+                   click && !macrosLeft(click->url + click->body), click ? click->url : "none");
+    }
+}
+
+// ---- native ----------------------------------------------------------------------------------
+
+// The host's own card for the first ad: icon and title on top, the picture, the description.
+// Registers it and taps the picture.
+void showNativeCard(DemoHost& host, NativeHost& nativeHost,
+                    const std::shared_ptr<NativeHost>& delegate,
+                    std::shared_ptr<PeloraNativeRenderView>& container) {
+    auto& demo = host.demo;
+    auto& run = host.run;
+    for (size_t i = 0; i < nativeHost.ads.size(); ++i) {
+        auto data = nativeHost.ads[i]->adData();
+        demo.note("host", "native ad " + std::to_string(i + 1),
+                  data->adId.value_or("") + ": \"" + data->title.value_or("") + "\" — " +
+                      data->desc.value_or("") + " (" + data->source.value_or("") + ")",
+                  {{"adId", data->adId.value_or("")}, {"title", data->title.value_or("")}});
+    }
+    auto ad = nativeHost.ads[0];
+    auto data = ad->adData();
+    container = std::make_shared<PeloraNativeRenderView>(makeRect(16, 80, 343, 300));
+    auto icon = std::make_shared<ui::ImageView>(makeRect(0, 0, 48, 48));
+    auto title = std::make_shared<ui::Label>(makeRect(56, 0, 287, 48));
+    auto picture = std::make_shared<ui::ImageView>(makeRect(0, 56, 343, 193));
+    auto desc = std::make_shared<ui::Label>(makeRect(0, 256, 343, 44));
+    title->setText(data->title);
+    desc->setText(data->desc);
+    for (const auto& v : std::vector<std::shared_ptr<ui::View>>{icon, title, picture, desc})
+        container->addSubview(v);
+    host.root->view()->addSubview(container);
+    if (data->icons && !data->icons->empty()) {
+        pl_setImageUrl(*icon, data->icons->front());
+        run.images.push_back({"native icon", icon});
+    }
+    if (data->images && !data->images->empty()) {
+        pl_setImageUrl(*picture, data->images->front());
+        run.images.push_back({"native image", picture});
+    }
+    ad->setDelegate(delegate);
+    ad->setRootViewController(host.root);
+    demo.note("host", "registerContainer", "title and picture clickable");
+    ad->registerContainer(container, {title, picture});
+    run.pumpUntil(
+        [&] {
+            for (const auto& w : run.images)
+                if (!w.reported) return false;
+            return demo.record(kNativeSlot, 1) != nullptr;
+        },
+        3);
+    host.tapCenter(picture, "taps the native ad");
+    run.pumpUntil([&] { return demo.record(kNativeSlot, 2) != nullptr; }, 3);
+    run.pumpUntil([] { return false; }, host.options.fast ? 0.05 : 0.2);  // deep-link reports
+}
+
+void runNativePart(DemoHost& host) {
+    auto& demo = host.demo;
+    auto nativeHost = std::make_shared<NativeHost>(demo);
+    auto slot = std::make_shared<PeloraDataFlowSlot>();
+    slot->slotId = kNativeSlot;
+    slot->slotWidth = 686;
+    slot->slotHeight = 600;
+    auto manager = PeloraDataFlowAdManager::initWithSlot(slot);
+    manager->setDelegate(nativeHost);
+    demo.note("host", "loadAdData", std::string("native slot ") + kNativeSlot);
+    manager->loadAdData();
+    host.run.pumpUntil([&] { return nativeHost->done; }, 10);
+
+    std::shared_ptr<PeloraNativeRenderView> container;
+    if (!nativeHost->ads.empty()) showNativeCard(host, *nativeHost, nativeHost, container);
+
+    demo.check("native ads loaded", !nativeHost->ads.empty(),
+               std::to_string(nativeHost->ads.size()) + " ads");
+    demo.check("native ad shown (nativeAdDidDidShow)", nativeHost->shown);
+    demo.check("native ad clicked (nativeAdDidClickWithView)", nativeHost->clicks == 1);
+    auto imp = demo.record(kNativeSlot, 1);
+    demo.check("native impression tracking received, macros substituted",
+               imp && !macrosLeft(imp->url + imp->body),
+               imp ? imp->method + " " + imp->url : "none");
+    auto click = demo.record(kNativeSlot, 2);
+    demo.check("native click tracking received, macros substituted",
+               click && !macrosLeft(click->url + click->body), click ? click->url : "none");
+
+    // The host is done with its ads.
+    if (container) container->removeFromSuperview();
+    container.reset();
+    nativeHost->ads.clear();
+    manager.reset();
+    demo.drain();
+}
+
+// ---- rewarded video --------------------------------------------------------------------------
+
+class RewardHost : public PeloraRewardVideoAdManagerDelegate {
+  public:
+    explicit RewardHost(Demo& demo) : demo_(demo) {}
+    void rewardVideoAdManagerDidSuccessLoad(
+        std::shared_ptr<PeloraRewardVideoAdManager> manager) override {
+        said("rewardVideoAdManagerDidSuccessLoad");
+        auto video = manager->toShowVideo();
+        if (video && video->prefetch && !manager->cachedVideoPath())
+            demo_.note("host", "video download started", video->videoUrl.value_or(""),
+                       {{"url", video->videoUrl.value_or("")}});
+    }
+    void rewardVideoAdManagerVideoDidLoad(
+        std::shared_ptr<PeloraRewardVideoAdManager> manager) override {
+        loaded = true;
+        path = manager->cachedVideoPath();
+        std::error_code ec;
+        if (path) bytes = std::filesystem::file_size(*path, ec);
+        if (ec) bytes = 0;
+        said("rewardVideoAdManagerVideoDidLoad",
+             path ? *path + " (" + std::to_string(bytes) + " bytes)" : "streamed at show time");
+    }
+    void rewardVideoAdManagerDidFailWithError(std::shared_ptr<PeloraRewardVideoAdManager>,
+                                              std::optional<Error> e) override {
+        failed = true;
+        said("rewardVideoAdManagerDidFailWithError",
+             e ? e->domain + " " + std::to_string(e->code) : "no error object");
+    }
+    void rewardVideoAdManagerDidShow(std::shared_ptr<PeloraRewardVideoAdManager>) override {
+        said("rewardVideoAdManagerDidShow");
+    }
+    void rewardVideoAdManagerDidClick(std::shared_ptr<PeloraRewardVideoAdManager>) override {
+        said("rewardVideoAdManagerDidClick");
+    }
+    void rewardVideoAdManagerDidPlayFinish(std::shared_ptr<PeloraRewardVideoAdManager>) override {
+        said("rewardVideoAdManagerDidPlayFinish");
+    }
+    void rewardVideoAdManagerDidClose(std::shared_ptr<PeloraRewardVideoAdManager>) override {
+        said("rewardVideoAdManagerDidClose");
+    }
+    void rewardVideoAdManagerDidClickSkip(std::shared_ptr<PeloraRewardVideoAdManager>) override {
+        said("rewardVideoAdManagerDidClickSkip");
+    }
+
+    bool heard(const std::string& callback) const {
+        return std::find(order.begin(), order.end(), callback) != order.end();
+    }
+    bool over() const {
+        return failed || heard("rewardVideoAdManagerDidClose") ||
+               heard("rewardVideoAdManagerDidClickSkip");
+    }
+
+    std::vector<std::string> order;
+    bool loaded = false, failed = false;
+    std::optional<std::string> path;
+    uintmax_t bytes = 0;
+
+  private:
+    void said(const std::string& callback, const std::string& text = {}) {
+        order.push_back(callback);
+        demo_.note("reward", callback, text);
+    }
+    Demo& demo_;
+};
+
+// What the timeline saw of the page, and what the scripted user did on it.
+struct RewardWatch {
+    bool presented = false, released = false, firstFrame = false;
+    int64_t lastStatus = 0;
+    std::vector<std::string> countdown;
+    bool skipShown = false, muted = false, skipped = false, closed = false;
+    std::optional<double> endPageAt;
+    std::string endPage;
+    uint64_t frames = 0;
+};
+
+std::string playerStatusName(int64_t status) {
+    switch (status) {
+        case PeloraPlayerStatusWait:
+            return "Wait";
+        case PeloraPlayerStatusIdle:
+            return "Idle (cover until the video is ready)";
+        case PeloraPlayerStatusStart:
+            return "Start (mute and countdown shown)";
+        case PeloraPlayerStatusPlayError:
+            return "PlayError";
+        case PeloraPlayerStatusPlayFinish:
+            return "PlayFinish";
+        default:
+            return std::to_string(status);
+    }
+}
+
+void watchEndPage(DemoHost& host, PeloraVideoPlayerVC& page, RewardWatch& watch) {
+    auto close = page.closeBtn();
+    if (!close || close->hidden()) return;
+    const double now = host.services.clock->monotonicSeconds();
+    if (!watch.endPageAt) {
+        watch.endPageAt = now;
+        size_t webViews = 0;
+        for (const auto& v : page.view()->subviews())
+            if (v->className() == "WebView") ++webViews;
+        auto image = page.endImageV();
+        auto button = page.endButton();
+        watch.endPage = "close button";
+        if (image && !image->hidden()) watch.endPage += ", end image";
+        if (button && !button->hidden())
+            watch.endPage += ", button \"" + button->currentTitle().value_or("") + "\"";
+        watch.endPage += ", " + std::to_string(webViews) + " blank web views";
+        host.demo.note("page", "end page", watch.endPage);
+        return;
+    }
+    // A person looks at the end page for a moment before closing it.
+    if (watch.closed || now - *watch.endPageAt < 1.0) return;
+    if (auto player = page.playerView(); player && player->playerLayer())
+        watch.frames = player->playerLayer()->framesReceived();
+    watch.closed = true;
+    host.tapCenter(close, "taps close");
+}
+
+void watchRewardPage(DemoHost& host, PeloraRewardVideoAdManager& manager, RewardWatch& watch) {
+    auto& demo = host.demo;
+    const auto& opt = host.options;
+    auto page = manager.videoPage();
+    if (!page) {
+        if (watch.presented && !watch.released) {
+            watch.released = true;
+            demo.note("page", "dismissed and released", "");
+        }
+        return;
+    }
+    if (!watch.presented) {
+        watch.presented = true;
+        demo.note("page", "presented over the host's screen", "");
+    }
+    auto player = page->playerView();
+    if (!player) return;
+    auto layer = player->playerLayer();
+    if (layer && layer->latestFrame() && !watch.firstFrame) {
+        watch.firstFrame = true;
+        auto frame = layer->latestFrame();
+        demo.note("video", "first frame decoded",
+                  std::to_string(frame->width) + "x" + std::to_string(frame->height) + " px",
+                  {{"width", frame->width}, {"height", frame->height}});
+    }
+    if (layer) watch.frames = std::max(watch.frames, layer->framesReceived());
+    if (player->status() != watch.lastStatus) {
+        watch.lastStatus = player->status();
+        demo.note("page", "player " + playerStatusName(watch.lastStatus), "");
+    }
+    auto time = page->timeBtn();
+    if (time && !time->hidden()) {
+        auto title = time->titleForState(ui::ControlState::Normal);
+        if (title && (watch.countdown.empty() || watch.countdown.back() != *title)) {
+            watch.countdown.push_back(*title);
+            demo.note("page", "countdown " + *title, "", {{"countDown", *title}});
+        }
+    }
+    auto skip = page->skipBtn();
+    const bool skipVisible = skip && !skip->hidden();
+    if (skipVisible && !watch.skipShown) {
+        watch.skipShown = true;
+        demo.note("page", "skip button shown", "");
+    }
+    const int64_t second =
+        player->player() ? static_cast<int64_t>(player->player()->currentTime().seconds()) : 0;
+    auto bell = page->bellBtn();
+    if (opt.rewardMuteAt && !watch.muted && bell && !bell->hidden() &&
+        second >= *opt.rewardMuteAt) {
+        watch.muted = true;
+        host.tapCenter(bell, "taps mute", "at second " + std::to_string(second));
+    }
+    if (opt.rewardSkipAt && !watch.skipped && skipVisible && second >= *opt.rewardSkipAt) {
+        watch.skipped = true;
+        host.tapCenter(skip, "taps skip", "at second " + std::to_string(second));
+        return;
+    }
+    watchEndPage(host, *page, watch);
+}
+
+// The video macros of a tracking request, decoded for the timeline.
+std::string videoMacros(const pelora::sandbox::TrackingRecord& r) {
+    std::string out;
+    for (const char* key : {"vt", "vb", "vff", "vlf", "vsc", "vpt", "vs", "vet"}) {
+        auto it = r.params.find(key);
+        if (it == r.params.end()) continue;
+        out += (out.empty() ? "" : " ") + std::string(key) + "=" + it->second;
+    }
+    return out;
+}
+
+void checkRewardTracking(DemoHost& host, const RewardWatch& watch) {
+    auto& demo = host.demo;
+    const auto& opt = host.options;
+    std::vector<int64_t> expected = {31};
+    if (opt.rewardSkipAt) {
+        expected.push_back(36);
+    } else {
+        for (int64_t type : {32, 33, 34, 35, 8}) expected.push_back(type);
+    }
+    if (watch.muted) expected.push_back(41);
+    for (int64_t type : expected) {
+        auto r = demo.record(kRewardSlot, type);
+        size_t count = demo.count(kRewardSlot, type);
+        demo.check("video tracking " + trackName(type) + " (" + std::to_string(type) +
+                       ") received once, macros substituted",
+                   r && count == 1 && !macrosLeft(r->url + r->body, type),
+                   r ? videoMacros(*r) + (count == 1 ? "" : ", " + std::to_string(count) + " times")
+                     : "none");
+    }
+    bool noneTwice = true;
+    for (int64_t type : {1, 2, 8, 31, 32, 33, 34, 35, 36, 40, 41})
+        noneTwice = noneTwice && demo.count(kRewardSlot, type) <= 1;
+    demo.check("no reward tracking event sent twice", noneTwice);
+}
+
+void runRewardPart(DemoHost& host) {
+    auto& demo = host.demo;
+    auto& run = host.run;
+    const auto& opt = host.options;
+    auto rewardHost = std::make_shared<RewardHost>(demo);
+    auto slot = std::make_shared<PeloraRewardVideoSlot>();
+    slot->slotId = kRewardSlot;
+    auto manager = PeloraRewardVideoAdManager::initWithSlot(slot);
+    manager->setDelegate(rewardHost);
+    demo.note("host", "loadAdData", std::string("reward slot ") + kRewardSlot);
+    manager->loadAdData();
+    run.pumpUntil([&] { return rewardHost->loaded || rewardHost->failed; }, 20);
+
+    RewardWatch watch;
+    bool shown = false;
+    if (rewardHost->loaded) {
+        demo.note("host", "showAdFromRootViewController", "");
+        shown = manager->showAdFromRootViewController(host.root);
+        run.onStep = [&] { watchRewardPage(host, *manager, watch); };
+        if (opt.fast) {
+            // A moment of real time after each second lets that second's beacons reach the
+            // server, so the timeline shows them where they belong.
+            for (int i = 0; i < 30 && !rewardHost->over(); ++i) {
+                run.tick();
+                run.pumpUntil([] { return false; }, 0.03);
+            }
+        } else {
+            run.pumpUntil([&] { return rewardHost->over(); }, 30);
+        }
+        run.pumpUntil([&] { return watch.released || !watch.presented; }, 2);
+        run.onStep = nullptr;
+        // The last beacon (close or skip) is on its way.
+        run.pumpUntil([&] { return demo.record(kRewardSlot, opt.rewardSkipAt ? 36 : 8); }, 3);
+    }
+
+    const auto& order = rewardHost->order;
+    demo.check("rewarded video loaded (DidSuccessLoad, then VideoDidLoad)",
+               order.size() >= 2 && order[0] == "rewardVideoAdManagerDidSuccessLoad" &&
+                   order[1] == "rewardVideoAdManagerVideoDidLoad");
+    demo.check(
+        "video pre-downloaded into the caches directory", rewardHost->path && rewardHost->bytes > 0,
+        rewardHost->path.value_or("no file") + ", " + std::to_string(rewardHost->bytes) + " bytes");
+    demo.check("page presented (showAdFromRootViewController)", shown && watch.presented);
+    demo.check("rewarded video shown (rewardVideoAdManagerDidShow)",
+               rewardHost->heard("rewardVideoAdManagerDidShow"));
+    demo.check("video decoded: frames reached the drawing layer", watch.frames > 0,
+               std::to_string(watch.frames) + " frames");
+    std::string seen;
+    for (const auto& t : watch.countdown) seen += (seen.empty() ? "" : " ") + t;
+    demo.check("video countdown ticked", watch.countdown.size() >= 2, seen);
+    if (opt.rewardSkipAt) {
+        demo.check("skip reported (rewardVideoAdManagerDidClickSkip), no finish",
+                   rewardHost->heard("rewardVideoAdManagerDidClickSkip") &&
+                       !rewardHost->heard("rewardVideoAdManagerDidPlayFinish"));
+    } else {
+        demo.check("played to the end (rewardVideoAdManagerDidPlayFinish)",
+                   rewardHost->heard("rewardVideoAdManagerDidPlayFinish"));
+        demo.check("end page shown", watch.endPageAt.has_value(), watch.endPage);
+        demo.check("close reported (rewardVideoAdManagerDidClose)",
+                   rewardHost->heard("rewardVideoAdManagerDidClose"));
+    }
+    demo.check("page dismissed and released", watch.released && !manager->videoPage());
+    checkRewardTracking(host, watch);
+
+    manager.reset();
+    demo.drain();
+}
+
+// ---- the demo --------------------------------------------------------------------------------
+
+int runDemo(const std::vector<std::string>& args) {
+    DemoOptions opt;
+    if (int status = parseDemoOptions(args, opt)) return status;
+
     pelora::sandbox::Sandbox sandbox;
     std::string why;
     if (!sandbox.start(pelora::sandbox::SandboxOptions{}, &why)) {
@@ -387,8 +976,9 @@ int runDemo(const std::vector<std::string>& args) {
         return 1;
     }
 
-    // --- the platform --------------------------------------------------------------------
-    std::shared_ptr<DemoClock> fastClock = fast ? std::make_shared<DemoClock>() : nullptr;
+    // --fast moves a clock of its own and plays videos on the scripted player; otherwise
+    // everything is real: the system clock, libcurl and GStreamer.
+    std::shared_ptr<DemoClock> fastClock = opt.fast ? std::make_shared<DemoClock>() : nullptr;
     pelora::desktop::DesktopOptions options;
     options.clock = fastClock;
     options.bundleInfo = {{pelora::platform::kCFBundleName, "PeloraDemo"},
@@ -396,8 +986,9 @@ int runDemo(const std::vector<std::string>& args) {
                           {pelora::platform::kCFBundleShortVersionString, "1.0.0"},
                           {pelora::platform::kCFBundleVersion, "1"}};
     auto services = pelora::desktop::makeDesktopServices(options);
-    Demo demo(jsonOutput, services.clock.get());
+    Demo demo(opt.json, services.clock.get());
     services.urlOpener = std::make_shared<DemoUrlOpener>(demo);
+    if (opt.fast) services.mediaPlayer = fastMediaPlayer(services.mainRunLoop);
     pelora::platform::installServices(services);
     pelora::platform::setLogSink([&demo](pelora::platform::LogLevel, std::string_view line) {
         demo.queueLog(std::string(line));
@@ -409,203 +1000,16 @@ int runDemo(const std::vector<std::string>& args) {
     PeloraConstConfig::setBaseUrlOverride(sandbox.baseUrl());
     PeloraSDKManager::setAppID("pelora-demo-app");
 
-    auto& loop = *services.mainRunLoop;
-    DemoRun run(demo, loop, fastClock);
-
+    DemoRun run(demo, *services.mainRunLoop, fastClock);
     auto window = std::make_shared<ui::Window>(services.device->screenBounds());
     auto root = std::make_shared<ui::ViewController>();
     window->setRootViewController(root);
     window->makeKeyAndVisible();
+    DemoHost host{demo, run, opt, services, window, root};
 
-    // --- splash --------------------------------------------------------------------------
-    auto splashHost = std::make_shared<SplashHost>(demo);
-    auto splash = PeloraSplashAdView::initWithSlotID(kSplashSlot, window->bounds());
-    std::vector<std::string> ticks;
-    std::string adId;
-    bool userActed = false;
-    if (!splash) {
-        demo.note("host", "no splash view",
-                  "PeloraSDKBundle.bundle was not found beside the program");
-    } else {
-        splash->setDelegate(splashHost);
-        splash->setRootViewController(root);
-        window->addSubview(splash);
-        run.images.push_back({"splash image", splash->imageV()});
-        std::weak_ptr<PeloraSplashAdView> weakSplash = splash;
-        auto watchCountdown = [&, weakSplash] {
-            auto view = weakSplash.lock();
-            if (!view || !splashHost->loaded || !view->countL()) return;
-            std::string label = view->countL()->text().value_or("");
-            if (!ticks.empty() && ticks.back() == label) return;
-            if (!view->timer() && label != "0") return;  // the file's placeholder text
-            ticks.push_back(label);
-            demo.note("splash", "countdown " + label, "", {{"countDown", label}});
-        };
-        splashHost->beforeCallback = watchCountdown;
-        run.onStep = [&, weakSplash, watchCountdown] {
-            watchCountdown();
-            auto view = weakSplash.lock();
-            if (!view || !splashHost->loaded) return;
-            if (adId.empty() && view->trackEvent() && view->trackEvent()->ad())
-                adId = view->trackEvent()->ad()->adId.value_or("");
-            std::string label = view->countL() ? view->countL()->text().value_or("") : "";
-            if (userActed || splashHost->finished() || !view->timer()) return;
-            auto left = std::to_string(skipAt ? *skipAt : tapAt ? *tapAt : -1);
-            if (label != left) return;
-            userActed = true;
-            std::shared_ptr<ui::View> target =
-                skipAt ? std::static_pointer_cast<ui::View>(view->skipBtn())
-                       : std::static_pointer_cast<ui::View>(view->imageV());
-            auto b = target->bounds();
-            auto point = target->convertPointToView({b.width() / 2, b.height() / 2}, nullptr);
-            demo.note("user", skipAt ? "taps skip" : "taps the ad",
-                      "with " + left + " s left at (" + std::to_string(int(point.x)) + ", " +
-                          std::to_string(int(point.y)) + ")");
-            window->sendTap(point);
-        };
-
-        demo.note("host", "loadAdData", std::string("splash slot ") + kSplashSlot);
-        splash->loadAdData();
-        run.pumpUntil([&] { return splashHost->loaded || splashHost->failed; }, 10);
-        if (splashHost->loaded) {
-            // Let the image and the impression arrive before the first second passes, so the
-            // timeline reads in the order a person would see it.
-            if (fast) {
-                run.pumpUntil([&] { return run.images[0].reported && demo.record(kSplashSlot, 1); },
-                              3);
-                for (int i = 0; i < 10 && !splashHost->finished(); ++i) run.tick();
-            } else {
-                run.pumpUntil([&] { return splashHost->finished(); }, 9);
-            }
-            run.pumpUntil(
-                [&] {
-                    return run.images[0].reported && demo.record(kSplashSlot, 1) &&
-                           (!tapAt || demo.record(kSplashSlot, 2));
-                },
-                3);
-        }
-        run.onStep = nullptr;
-        splashHost->beforeCallback = nullptr;
-        demo.note("host", "removes the splash view", "");
-        splash->removeFromSuperview();
-        splash.reset();
-        run.step();
-    }
-
-    demo.check("splash ad loaded", splashHost->loaded, adId);
-    demo.check("splash ad shown (splashAdDidShow)", splashHost->shown);
-    {
-        std::vector<std::string> expected;
-        int64_t end = skipAt ? *skipAt : tapAt ? *tapAt : 0;
-        for (int64_t s = 5; s >= end; --s) expected.push_back(std::to_string(s));
-        std::string seen;
-        for (const auto& t : ticks) seen += (seen.empty() ? "" : " ") + t;
-        demo.check("countdown ticked", ticks == expected, seen);
-    }
-    if (skipAt) {
-        demo.check("skip reported (splashAdDidClickSkip), no time-over",
-                   splashHost->skipped && !splashHost->timedOut);
-    } else if (tapAt) {
-        demo.check("click reported (splashAdDidClick), no time-over",
-                   splashHost->clicks == 1 && !splashHost->timedOut);
-    } else {
-        demo.check("time-over reported (splashAdTimeOver)", splashHost->timedOut);
-    }
-    demo.check("splash image downloaded", !run.images.empty() && run.images[0].reported);
-    {
-        auto imp = demo.record(kSplashSlot, 1);
-        demo.check("splash impression tracking received, macros substituted",
-                   imp && !macrosLeft(imp->url + imp->body), imp ? imp->url : "none");
-        if (tapAt) {
-            auto click = demo.record(kSplashSlot, 2);
-            demo.check("splash click tracking received, macros substituted",
-                       click && !macrosLeft(click->url + click->body), click ? click->url : "none");
-        }
-    }
-
-    // --- native --------------------------------------------------------------------------
-    auto nativeHost = std::make_shared<NativeHost>(demo);
-    auto slot = std::make_shared<PeloraDataFlowSlot>();
-    slot->slotId = kNativeSlot;
-    slot->slotWidth = 686;
-    slot->slotHeight = 600;
-    auto manager = PeloraDataFlowAdManager::initWithSlot(slot);
-    manager->setDelegate(nativeHost);
-    demo.note("host", "loadAdData", std::string("native slot ") + kNativeSlot);
-    manager->loadAdData();
-    run.pumpUntil([&] { return nativeHost->done; }, 10);
-
-    std::shared_ptr<PeloraNativeRenderView> container;
-    if (!nativeHost->ads.empty()) {
-        for (size_t i = 0; i < nativeHost->ads.size(); ++i) {
-            auto data = nativeHost->ads[i]->adData();
-            demo.note("host", "native ad " + std::to_string(i + 1),
-                      data->adId.value_or("") + ": \"" + data->title.value_or("") + "\" — " +
-                          data->desc.value_or("") + " (" + data->source.value_or("") + ")",
-                      {{"adId", data->adId.value_or("")}, {"title", data->title.value_or("")}});
-        }
-        auto ad = nativeHost->ads[0];
-        auto data = ad->adData();
-        // The host's own card: icon and title on top, the picture, the description.
-        container = std::make_shared<PeloraNativeRenderView>(makeRect(16, 80, 343, 300));
-        auto icon = std::make_shared<ui::ImageView>(makeRect(0, 0, 48, 48));
-        auto title = std::make_shared<ui::Label>(makeRect(56, 0, 287, 48));
-        auto picture = std::make_shared<ui::ImageView>(makeRect(0, 56, 343, 193));
-        auto desc = std::make_shared<ui::Label>(makeRect(0, 256, 343, 44));
-        title->setText(data->title);
-        desc->setText(data->desc);
-        for (const auto& v : std::vector<std::shared_ptr<ui::View>>{icon, title, picture, desc})
-            container->addSubview(v);
-        root->view()->addSubview(container);
-        if (data->icons && !data->icons->empty()) {
-            pl_setImageUrl(*icon, data->icons->front());
-            run.images.push_back({"native icon", icon});
-        }
-        if (data->images && !data->images->empty()) {
-            pl_setImageUrl(*picture, data->images->front());
-            run.images.push_back({"native image", picture});
-        }
-        ad->setDelegate(nativeHost);
-        ad->setRootViewController(root);
-        demo.note("host", "registerContainer", "title and picture clickable");
-        ad->registerContainer(container, {title, picture});
-        run.pumpUntil(
-            [&] {
-                for (const auto& w : run.images)
-                    if (!w.reported) return false;
-                return demo.record(kNativeSlot, 1) != nullptr;
-            },
-            3);
-        auto b = picture->bounds();
-        auto point = picture->convertPointToView({b.width() / 2, b.height() / 2}, nullptr);
-        demo.note(
-            "user", "taps the native ad",
-            "at (" + std::to_string(int(point.x)) + ", " + std::to_string(int(point.y)) + ")");
-        window->sendTap(point);
-        run.pumpUntil([&] { return demo.record(kNativeSlot, 2) != nullptr; }, 3);
-        run.pumpUntil([] { return false; }, fast ? 0.05 : 0.2);  // stragglers (deep-link reports)
-    }
-
-    demo.check("native ads loaded", !nativeHost->ads.empty(),
-               std::to_string(nativeHost->ads.size()) + " ads");
-    demo.check("native ad shown (nativeAdDidDidShow)", nativeHost->shown);
-    demo.check("native ad clicked (nativeAdDidClickWithView)", nativeHost->clicks == 1);
-    {
-        auto imp = demo.record(kNativeSlot, 1);
-        demo.check("native impression tracking received, macros substituted",
-                   imp && !macrosLeft(imp->url + imp->body),
-                   imp ? imp->method + " " + imp->url : "none");
-        auto click = demo.record(kNativeSlot, 2);
-        demo.check("native click tracking received, macros substituted",
-                   click && !macrosLeft(click->url + click->body), click ? click->url : "none");
-    }
-
-    // The host is done with its ads.
-    if (container) container->removeFromSuperview();
-    container.reset();
-    nativeHost->ads.clear();
-    manager.reset();
-    demo.drain();
+    runSplashPart(host);
+    runNativePart(host);
+    runRewardPart(host);
 
     bool ok = demo.summary();
     sandbox.setTrackingObserver(nullptr);
@@ -616,9 +1020,11 @@ int runDemo(const std::vector<std::string>& args) {
 
 const bool registered = pelora::cli::registerCommand({
     "demo",
-    "demo [--skip-at S | --tap-at S] [--fast] [--json]",
-    "play a host app against an in-process sandbox: splash ad, native ads, tracking, summary "
-    "(S: seconds left on the countdown, 5..1; --fast: the demo moves the clock itself)",
+    "demo [--skip-at S | --tap-at S] [--reward-skip-at V] [--reward-mute-at V] [--fast] [--json]",
+    "play a host app against an in-process sandbox: splash ad, native ads, rewarded video, "
+    "tracking, summary (S: seconds left on the splash countdown, 5..1; V: second of the video, "
+    "5..10 for skip, 1..9 for mute; --fast: the demo moves the clock itself and plays the video "
+    "on a scripted player)",
     runDemo,
 });
 

@@ -13,6 +13,7 @@
 
 #include "Command.h"
 #include "pelora/PeloraDataFlowAdManager.h"
+#include "pelora/PeloraRewardVideoAdManager.h"
 #include "pelora/PeloraSDKManager.h"
 #include "pelora/PeloraSplashAdView.h"
 #include "pelora/desktop/DesktopPlatform.h"
@@ -118,6 +119,46 @@ class NativePrinter : public PeloraDataFlowAdManagerDelegate {
     Outcome& outcome_;
 };
 
+// A rewarded video load ends when the video is ready (downloaded, found in the cache, or
+// to be streamed) or when a failure comes; the line for the ready video names the file.
+class RewardPrinter : public PeloraRewardVideoAdManagerDelegate {
+  public:
+    explicit RewardPrinter(Outcome& outcome) : outcome_(outcome) {}
+    void rewardVideoAdManagerDidSuccessLoad(
+        std::shared_ptr<PeloraRewardVideoAdManager> manager) override {
+        json line{{"callback", "rewardVideoAdManagerDidSuccessLoad"}, {"adId", nullptr}};
+        auto ad = manager->toShowAd() ? manager->toShowAd()->adData() : nullptr;
+        if (ad && ad->adId) line["adId"] = *ad->adId;
+        auto video = manager->toShowVideo();
+        line["videoUrl"] = video && video->videoUrl ? json(*video->videoUrl) : json(nullptr);
+        line["prefetch"] = video && video->prefetch;
+        emit(line);
+    }
+    void rewardVideoAdManagerVideoDidLoad(
+        std::shared_ptr<PeloraRewardVideoAdManager> manager) override {
+        auto path = manager->cachedVideoPath();
+        emit({{"callback", "rewardVideoAdManagerVideoDidLoad"},
+              {"path", path ? json(*path) : json(nullptr)}});
+        outcome_.status = 0;
+        outcome_.done = true;
+    }
+    void rewardVideoAdManagerDidFailWithError(std::shared_ptr<PeloraRewardVideoAdManager>,
+                                              std::optional<Error> error) override {
+        if (error) {
+            emit(errorLine("rewardVideoAdManagerDidFailWithError", *error));
+        } else {
+            emit({{"callback", "rewardVideoAdManagerDidFailWithError"},
+                  {"domain", nullptr},
+                  {"code", nullptr}});
+        }
+        outcome_.status = 1;
+        outcome_.done = true;
+    }
+
+  private:
+    Outcome& outcome_;
+};
+
 int runLoad(const std::vector<std::string>& args) {
     using namespace pelora::cli;
     auto parsed =
@@ -126,8 +167,8 @@ int runLoad(const std::vector<std::string>& args) {
     if (!parsed.positional.empty())
         return usageError("load", "unexpected argument " + parsed.positional[0]);
     std::string kind = parsed.has("kind") ? parsed.options["kind"] : "";
-    if (kind != "splash" && kind != "native")
-        return usageError("load", "--kind must be splash or native");
+    if (kind != "splash" && kind != "native" && kind != "reward")
+        return usageError("load", "--kind must be splash, native or reward");
     if (!parsed.has("slot")) return usageError("load", "--slot is required");
     if (!parsed.has("base-url")) return usageError("load", "--base-url is required");
     double timeout = 3;
@@ -154,6 +195,8 @@ int runLoad(const std::vector<std::string>& args) {
     std::shared_ptr<SplashPrinter> splashPrinter;
     std::shared_ptr<PeloraDataFlowAdManager> manager;
     std::shared_ptr<NativePrinter> nativePrinter;
+    std::shared_ptr<PeloraRewardVideoAdManager> reward;
+    std::shared_ptr<RewardPrinter> rewardPrinter;
 
     if (kind == "splash") {
         auto screen = services.device->screenBounds();
@@ -167,6 +210,14 @@ int runLoad(const std::vector<std::string>& args) {
         splash->setDelegate(splashPrinter);
         splash->setTolerateTimeout(timeout);
         splash->loadAdData();
+    } else if (kind == "reward") {
+        auto slot = std::make_shared<PeloraRewardVideoSlot>();
+        slot->slotId = parsed.options["slot"];
+        slot->tolerateTimeout = static_cast<int64_t>(std::trunc(timeout));
+        reward = PeloraRewardVideoAdManager::initWithSlot(slot);
+        rewardPrinter = std::make_shared<RewardPrinter>(outcome);
+        reward->setDelegate(rewardPrinter);
+        reward->loadAdData();
     } else {
         auto slot = std::make_shared<PeloraDataFlowSlot>();
         slot->slotId = parsed.options["slot"];
@@ -195,9 +246,11 @@ int runLoad(const std::vector<std::string>& args) {
 
 const bool registered = pelora::cli::registerCommand({
     "load",
-    "load --kind splash|native --slot ID --base-url URL [--timeout S] [--width W] [--height H] "
+    "load --kind splash|native|reward --slot ID --base-url URL [--timeout S] [--width W] [--height "
+    "H] "
     "[--ca-file PEM]",
-    "run the SDK's splash or native loader against a server and print each callback as JSON",
+    "run the SDK's splash, native or rewarded video loader against a server and print each "
+    "callback as JSON (a rewarded video is downloaded too)",
     runLoad,
 });
 
