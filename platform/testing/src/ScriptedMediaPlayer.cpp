@@ -74,39 +74,50 @@ class ScriptedItem final : public platform::PlayerItem,
     }
     void detach() {
         player_.reset();
+        ++generation_;
         if (loadTimer_) loadTimer_->invalidate();
         loadTimer_.reset();
     }
 
     // Loads (again): Unknown now, ready or failed after the script's time to ready.
     void startLoading() {
-        if (loadTimer_) loadTimer_->invalidate();
         setStatus(platform::PlayerItemStatus::Unknown, std::nullopt);
-        std::weak_ptr<ScriptedItem> weak = weak_from_this();
-        loadTimer_ = service_.loop().scheduleTimer(script_.timeToReady, false, [weak](auto&) {
-            auto item = weak.lock();
-            if (!item) return;
-            item->loadTimer_.reset();
-            if (item->script_.failToLoad)
-                item->settle(platform::PlayerItemStatus::Failed, item->script_.error);
+        later(script_.timeToReady, [](ScriptedItem& item) {
+            if (item.script_.failToLoad)
+                item.settle(platform::PlayerItemStatus::Failed, item.script_.error);
             else
-                item->settle(platform::PlayerItemStatus::ReadyToPlay, std::nullopt);
+                item.settle(platform::PlayerItemStatus::ReadyToPlay, std::nullopt);
         });
     }
 
     // Fails on the next turn.
     void failNextTurn() {
-        if (loadTimer_) loadTimer_->invalidate();
-        std::weak_ptr<ScriptedItem> weak = weak_from_this();
-        loadTimer_ = service_.loop().scheduleTimer(0.0, false, [weak](auto&) {
-            if (auto item = weak.lock()) {
-                item->loadTimer_.reset();
-                item->settle(platform::PlayerItemStatus::Failed, item->script_.error);
-            }
+        later(0, [](ScriptedItem& item) {
+            item.settle(platform::PlayerItemStatus::Failed, item.script_.error);
         });
     }
 
   private:
+    // Runs `step` after `seconds` of the loop's clock, or on the loop's next turn for 0;
+    // a newer step (or detaching) cancels a pending one.
+    void later(double seconds, std::function<void(ScriptedItem&)> step) {
+        if (loadTimer_) loadTimer_->invalidate();
+        loadTimer_.reset();
+        const uint64_t generation = ++generation_;
+        std::weak_ptr<ScriptedItem> weak = weak_from_this();
+        auto run = [weak, generation, step = std::move(step)] {
+            auto item = weak.lock();
+            if (!item || item->generation_ != generation) return;
+            item->loadTimer_.reset();
+            step(*item);
+        };
+        if (seconds <= 0) {
+            service_.loop().post(std::move(run));
+        } else {
+            loadTimer_ = service_.loop().scheduleTimer(seconds, false, [run](auto&) { run(); });
+        }
+    }
+
     void settle(platform::PlayerItemStatus status, std::optional<platform::Error> error) {
         auto keep = shared_from_this();
         auto player = player_.lock();
@@ -135,6 +146,7 @@ class ScriptedItem final : public platform::PlayerItem,
     uint64_t nextObserverId_ = 1;
     std::weak_ptr<ScriptedPlayer> player_;
     std::shared_ptr<platform::Timer> loadTimer_;
+    uint64_t generation_ = 0;
     int playCount_ = 0;
 };
 
@@ -289,6 +301,7 @@ void ScriptedPlayer::itemSettled(ScriptedItem& item) {
 }
 
 void ScriptedPlayer::reschedule() {
+    ++timerGeneration_;
     if (timer_) timer_->invalidate();
     timer_.reset();
     if (rate_ <= 0 || !item_ || item_->status() != platform::PlayerItemStatus::ReadyToPlay) return;
@@ -315,10 +328,18 @@ void ScriptedPlayer::reschedule() {
         due = now + static_cast<int64_t>(static_cast<double>(next - positionMicros_) / rate_);
     }
     std::weak_ptr<ScriptedPlayer> weak = weak_from_this();
-    double delay = static_cast<double>(due - now) / kMicros;
-    timer_ = service_.loop().scheduleTimer(delay < 0 ? 0 : delay, false, [weak](auto&) {
-        if (auto player = weak.lock()) player->onTimer();
-    });
+    const uint64_t generation = ++timerGeneration_;
+    auto fire = [weak, generation] {
+        auto player = weak.lock();
+        if (player && player->timerGeneration_ == generation) player->onTimer();
+    };
+    const double delay = static_cast<double>(due - now) / kMicros;
+    if (delay <= 0) {
+        // Due now: on the next turn, without the clock moving.
+        service_.loop().post(std::move(fire));
+    } else {
+        timer_ = service_.loop().scheduleTimer(delay, false, [fire](auto&) { fire(); });
+    }
 }
 
 void ScriptedPlayer::onTimer() {

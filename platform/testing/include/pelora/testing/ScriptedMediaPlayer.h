@@ -144,6 +144,7 @@ class ScriptedPlayer final : public platform::Player,
     uint64_t nextObserverId_ = 1;
     std::function<void(std::shared_ptr<const platform::VideoFrame>)> output_;
     std::shared_ptr<platform::Timer> timer_;
+    uint64_t timerGeneration_ = 0;
 };
 
 }  // namespace pelora::testing
