@@ -145,7 +145,9 @@ void PeloraRewardVideoAdManager::onAdLoadSuccess(
         return;
     }
     std::weak_ptr<PeloraRewardVideoAdManager> weakSelf = self;
-    pelora::platform::log(pelora::platform::LogLevel::Info, "sdk: downloading video " + url);
+    pelora::platform::log(
+        pelora::platform::LogLevel::Info,
+        "sdk: downloading video " + (url.size() > 200 ? url.substr(0, 200) + "..." : url));
     downloadTask_ = fDownloader_->downloadTaskWithUrl(
         url,
         [weakSelf, url](const std::string& fileURL) {
