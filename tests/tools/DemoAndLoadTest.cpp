@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -48,7 +51,17 @@ class ProgramTest : public ::testing::Test {
   protected:
     void SetUp() override {
         if (!std::filesystem::exists(binary())) GTEST_SKIP() << "pelora is not built";
+        // Downloaded videos go to the programs' caches directory: keep it the test's own.
+        cache_ = std::filesystem::temp_directory_path() /
+                 ("pelora-cli-cache-" + std::to_string(::getpid()));
+        std::filesystem::create_directories(cache_);
+        ::setenv("XDG_CACHE_HOME", cache_.c_str(), 1);
     }
+    void TearDown() override {
+        std::error_code ec;
+        if (!cache_.empty()) std::filesystem::remove_all(cache_, ec);
+    }
+    std::filesystem::path cache_;
 };
 
 // The events of the demo's timeline with the given source, as "event" texts.
@@ -127,11 +140,48 @@ TEST_F(ProgramTest, DemoSkipsOrTapsWhenToldAndReportsTheClick) {
     EXPECT_NE(clicks[0]["url"].get<std::string>().find("dx=187&dy=333"), std::string::npos);
 }
 
+TEST_F(ProgramTest, DemoShowsTheRewardedVideoToTheEndAndEachBeaconGoesOutOnce) {
+    auto r = run("demo --fast --json --reward-mute-at 2");
+    ASSERT_EQ(r.status, 0) << r.raw;
+    EXPECT_EQ(events(r, "reward"),
+              (std::vector<std::string>{
+                  "rewardVideoAdManagerDidSuccessLoad", "rewardVideoAdManagerVideoDidLoad",
+                  "rewardVideoAdManagerDidShow", "rewardVideoAdManagerDidPlayFinish",
+                  "rewardVideoAdManagerDidClose"}));
+    for (int64_t type : {1, 31, 32, 33, 34, 35, 8, 41}) {
+        auto beacons = tracking(r, "reward-demo", type);
+        ASSERT_EQ(beacons.size(), 1u) << "track type " << type;
+        const std::string url = beacons[0]["url"];
+        EXPECT_NE(url.find(type == 1 ? "rw=750" : "vt=10&vb=0"), std::string::npos) << url;
+    }
+    EXPECT_NE(
+        tracking(r, "reward-demo", 35)[0]["url"].get<std::string>().find("vet=10&vff=1&vlf=1"),
+        std::string::npos);
+    EXPECT_TRUE(tracking(r, "reward-demo", 36).empty());
+    auto page = events(r, "page");
+    EXPECT_NE(std::find(page.begin(), page.end(), "end page"), page.end());
+    EXPECT_EQ(page.back(), "dismissed and released");
+}
+
+TEST_F(ProgramTest, DemoSkipsTheRewardedVideoWhenTold) {
+    auto r = run("demo --fast --json --reward-skip-at 6");
+    ASSERT_EQ(r.status, 0) << r.raw;
+    auto reward = events(r, "reward");
+    ASSERT_FALSE(reward.empty());
+    EXPECT_EQ(reward.back(), "rewardVideoAdManagerDidClickSkip");
+    EXPECT_EQ(std::count(reward.begin(), reward.end(), "rewardVideoAdManagerDidPlayFinish"), 0);
+    EXPECT_EQ(tracking(r, "reward-demo", 36).size(), 1u);
+    EXPECT_TRUE(tracking(r, "reward-demo", 35).empty());
+    EXPECT_TRUE(tracking(r, "reward-demo", 8).empty());
+}
+
 TEST_F(ProgramTest, DemoRefusesBadOptions) {
     EXPECT_EQ(run("demo --skip-at 0").status, 2);
     EXPECT_EQ(run("demo --skip-at 2 --tap-at 3").status, 2);
     EXPECT_EQ(run("demo --tap-at soon").status, 2);
     EXPECT_EQ(run("demo extra").status, 2);
+    EXPECT_EQ(run("demo --reward-skip-at 4").status, 2) << "skipping opens at 5";
+    EXPECT_EQ(run("demo --reward-mute-at 0").status, 2);
 }
 
 class LoadProgramTest : public ProgramTest {
@@ -168,6 +218,34 @@ TEST_F(LoadProgramTest, NativeListsTheAdsInServerOrderWithTheSlotSize) {
     auto body = nlohmann::json::parse(fetches[0].body, nullptr, false);
     EXPECT_EQ(body["slot"]["width"], 600);
     EXPECT_EQ(body["slot"]["height"], 300);
+}
+
+TEST_F(LoadProgramTest, RewardDownloadsTheVideoAndNamesTheFile) {
+    auto r = run(load("--kind reward --slot reward-short"));
+    ASSERT_EQ(r.status, 0) << r.raw;
+    ASSERT_EQ(r.lines.size(), 2u) << r.raw;
+    EXPECT_EQ(r.lines[0]["callback"], "rewardVideoAdManagerDidSuccessLoad");
+    EXPECT_EQ(r.lines[0]["adId"], "reward-short-001");
+    EXPECT_EQ(r.lines[1]["callback"], "rewardVideoAdManagerVideoDidLoad");
+    const std::string path = r.lines[1]["path"];
+    EXPECT_EQ(path.rfind(cache_.string() + "/", 0), 0u) << path;
+    EXPECT_NE(path.find("/Pelora/reward-3s.mp4"), std::string::npos) << path;
+    EXPECT_EQ(std::filesystem::file_size(path),
+              std::filesystem::file_size(std::string(PELORA_SOURCE_DIR) +
+                                         "/tools/sandbox/creatives/reward-3s.mp4"));
+
+    auto streamed = run(load("--kind reward --slot reward-stream"));
+    ASSERT_EQ(streamed.status, 0) << streamed.raw;
+    ASSERT_EQ(streamed.lines.size(), 2u);
+    EXPECT_TRUE(streamed.lines[1]["path"].is_null());
+
+    auto novideo = run(load("--kind reward --slot reward-novideo-first"));
+    EXPECT_EQ(novideo.status, 1);
+    ASSERT_EQ(novideo.lines.size(), 1u);
+    EXPECT_EQ(novideo.lines[0],
+              (nlohmann::json{{"callback", "rewardVideoAdManagerDidFailWithError"},
+                              {"domain", "sdk.data.err"},
+                              {"code", -1}}));
 }
 
 TEST_F(LoadProgramTest, FailuresPrintTheirDomainAndCodeAndExitOne) {
