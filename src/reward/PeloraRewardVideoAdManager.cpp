@@ -26,19 +26,6 @@ Error dataError() {
     return Error{kDataErrorDomain, -1, {}};
 }
 
-// The whole screen in pixels, in the orientation the screen reports now; 0 without a screen.
-void screenPixels(int64_t& width, int64_t& height) {
-    width = 0;
-    height = 0;
-    if (!pelora::platform::hasServices()) return;
-    const auto& device = pelora::platform::services().device;
-    if (!device) return;
-    auto bounds = device->screenBounds();
-    double scale = device->screenScale();
-    width = static_cast<int64_t>(std::trunc(bounds.width() * scale));
-    height = static_cast<int64_t>(std::trunc(bounds.height() * scale));
-}
-
 }  // namespace
 
 PeloraRewardVideoAdManager::~PeloraRewardVideoAdManager() = default;
@@ -71,7 +58,7 @@ void PeloraRewardVideoAdManager::loadAdData() {
         body->slot->slotId = adSlot_ ? adSlot_->slotId : std::nullopt;
         body->slot->adType = kRewardAdType;
         body->slot->position = kRewardPosition;
-        screenPixels(body->slot->width, body->slot->height);
+        PeloraTool::screenPixels(body->slot->width, body->slot->height);
     }
 
     std::weak_ptr<PeloraRewardVideoAdManager> weakSelf = weak_from_this();

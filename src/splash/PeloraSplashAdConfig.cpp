@@ -9,23 +9,6 @@
 #include "pelora/platform/Services.h"
 #include "support/PeloraTool.h"
 
-namespace {
-
-// The whole screen in pixels, as the screen reports it right now.
-void screenPixels(int64_t& width, int64_t& height) {
-    width = 0;
-    height = 0;
-    if (!pelora::platform::hasServices()) return;
-    const auto& device = pelora::platform::services().device;
-    if (!device) return;
-    auto bounds = device->screenBounds();
-    double scale = device->screenScale();
-    width = static_cast<int64_t>(std::trunc(bounds.width() * scale));
-    height = static_cast<int64_t>(std::trunc(bounds.height() * scale));
-}
-
-}  // namespace
-
 void PeloraSplashAdConfig::loadSplashAd(const std::shared_ptr<PeloraSplashSlot>& slot) {
     auto query = PeloraUrlQuery::init();
     auto body = PeloraReqBody::init();
@@ -33,7 +16,7 @@ void PeloraSplashAdConfig::loadSplashAd(const std::shared_ptr<PeloraSplashSlot>&
         body->slot->slotId = slot ? slot->slotId : std::nullopt;
         body->slot->adType = 0;
         body->slot->position = 5;
-        screenPixels(body->slot->width, body->slot->height);
+        PeloraTool::screenPixels(body->slot->width, body->slot->height);
     }
 
     std::weak_ptr<PeloraSplashAdConfig> weakSelf = weak_from_this();

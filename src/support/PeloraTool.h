@@ -106,6 +106,10 @@ class PeloraTool {
             ((*strong).*perform)(std::forward<A1>(para1), std::forward<A2>(para2));
     }
 
+    // The whole main screen in pixels (points times the scale, truncated), in the orientation
+    // the screen reports now; 0 x 0 without a screen. What full-screen slots ask ads for.
+    static void screenPixels(int64_t& width, int64_t& height);
+
     // The SDK's resource bundle, its interface files and images (PeloraToolBundle.cpp).
     static std::shared_ptr<PeloraResourceBundle> apiBundle();
     static std::shared_ptr<pelora::ui::View> loadNib(const std::string& name);

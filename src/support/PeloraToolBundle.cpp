@@ -241,3 +241,15 @@ std::shared_ptr<pelora::platform::Image> PeloraTool::imageWithName(const std::st
     }
     return nullptr;
 }
+
+void PeloraTool::screenPixels(int64_t& width, int64_t& height) {
+    width = 0;
+    height = 0;
+    if (!pelora::platform::hasServices()) return;
+    const auto& device = pelora::platform::services().device;
+    if (!device) return;
+    auto bounds = device->screenBounds();
+    double scale = device->screenScale();
+    width = static_cast<int64_t>(std::trunc(bounds.width() * scale));
+    height = static_cast<int64_t>(std::trunc(bounds.height() * scale));
+}
