@@ -74,6 +74,21 @@ TEST_F(RewardVideoTest, AFullShowingReportsInOrderAndSendsEveryVideoBeaconOnce) 
     expectNothingLeftRunning();
 }
 
+TEST_F(RewardVideoTest, EachQuartileGoesOutAtTheFirstTickPastIt) {
+    auto manager = loadedManager({videoAd("r-1", video("/v/ten.mp4", 10))});
+    manager->showAdFromRootViewController(root);
+    tp.advance(0.1);
+    std::vector<std::vector<int64_t>> perSecond;
+    for (int second = 1; second <= 10; ++second) {
+        const size_t before = beaconTypes().size();
+        tp.advance(1);
+        auto types = beaconTypes();
+        perSecond.emplace_back(types.begin() + static_cast<long>(before), types.end());
+    }
+    EXPECT_EQ(perSecond,
+              (std::vector<std::vector<int64_t>>{{}, {}, {32}, {}, {33}, {}, {}, {34}, {}, {35}}));
+}
+
 TEST_F(RewardVideoTest, VideoMacrosCarryDurationBehaviourAndTheCompletionsEndTime) {
     auto manager = loadedManager({videoAd("r-1", video("/v/clip.mp4", 4))});
     manager->showAdFromRootViewController(root);
