@@ -66,7 +66,8 @@ class RewardNet {
 
   private:
     struct State {
-        std::shared_ptr<pelora::platform::RunLoop> loop;
+        // Weak: tasks waiting in the loop hold this state, which must not hold the loop back.
+        std::weak_ptr<pelora::platform::RunLoop> loop;
         std::string tmp;
         std::optional<std::string> fetchBody;
         std::optional<int64_t> fetchError;
@@ -97,18 +98,20 @@ class RewardNet {
             state_->requests.push_back(request_);
             if (download_) ++state_->downloads;
             if (download_ && state_->holdDownloads) return;
-            auto self = shared_from_this();
-            state_->loop->post([self] { self->answer(); });
+            post([self = shared_from_this()] { self->answer(); });
         }
         void cancel() override {
-            auto self = shared_from_this();
-            state_->loop->post(
-                [self] { self->finish(pelora::platform::URLError::kCancelled, std::nullopt, 0); });
+            post([self = shared_from_this()] {
+                self->finish(pelora::platform::URLError::kCancelled, std::nullopt, 0);
+            });
         }
         uint64_t taskIdentifier() const override { return id_; }
         const pelora::platform::HttpRequest& originalRequest() const override { return request_; }
 
       private:
+        void post(std::function<void()> work) {
+            if (auto loop = state_->loop.lock()) loop->post(std::move(work));
+        }
         void answer() {
             const bool fetch = request_.url.find("/api/v1/advert/fetch") != std::string::npos;
             if (fetch) {

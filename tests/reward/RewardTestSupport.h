@@ -138,6 +138,8 @@ class RewardFixture : public ::testing::Test {
         window->makeKeyAndVisible();
     }
     void TearDown() override {
+        // Answers still queued in the loop hold completions that hold the loop: let them run.
+        runUntilIdle();
         PeloraNetwork::resetSessionsForTesting();
         PeloraConstConfig::setBaseUrlOverride(std::nullopt);
         plFileCaches().clear();
