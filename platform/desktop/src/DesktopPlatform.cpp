@@ -3,9 +3,11 @@
 #include "pelora/desktop/CurlHttpSession.h"
 #include "pelora/desktop/DesktopFileSystem.h"
 #include "pelora/desktop/EventRunLoop.h"
+#include "pelora/desktop/GstMediaPlayer.h"
 #include "pelora/desktop/LinuxReachability.h"
 #include "pelora/desktop/StbImageDecoder.h"
 #include "pelora/desktop/XdgUrlOpener.h"
+#include "pelora/platform/NotificationCenter.h"
 
 namespace pelora::desktop {
 
@@ -37,7 +39,29 @@ platform::Services makeDesktopServices(const DesktopOptions& options) {
     s.reachability = std::make_shared<LinuxReachabilityService>();
     s.imageDecoder = std::make_shared<StbImageDecoder>();
     s.urlOpener = std::make_shared<XdgUrlOpener>("xdg-open", s.mainRunLoop);
+    // Only files of our own caches directory are ever played from disk.
+    s.mediaPlayer =
+        std::make_shared<GstMediaPlayerService>(s.mainRunLoop, fileSystem->cachesDirectory());
     return s;
+}
+
+namespace {
+
+void postLifeCycle(const char* name) {
+    if (!platform::hasServices() || !platform::services().mainRunLoop) return;
+    std::string notification = name;
+    platform::services().mainRunLoop->post(
+        [notification] { platform::NotificationCenter::defaultCenter().post(notification); });
+}
+
+}  // namespace
+
+void applicationDidEnterBackground() {
+    postLifeCycle(platform::kApplicationDidEnterBackgroundNotification);
+}
+
+void applicationWillEnterForeground() {
+    postLifeCycle(platform::kApplicationWillEnterForegroundNotification);
 }
 
 platform::Services installDesktopPlatform(const DesktopOptions& options) {

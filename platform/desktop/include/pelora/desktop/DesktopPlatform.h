@@ -28,9 +28,15 @@ struct DesktopOptions {
 };
 
 // Builds every real Linux service (system clock, event run loop, libcurl sessions, files,
-// identity, netlink reachability) without installing them.
+// identity, netlink reachability, GStreamer video) without installing them.
 platform::Services makeDesktopServices(const DesktopOptions& options = {});
 // Builds and installs them; returns what was installed.
 platform::Services installDesktopPlatform(const DesktopOptions& options = {});
+
+// The application's life cycle, as the host's window system reports it (focus lost and
+// regained, minimised and restored). Thread-safe: the notifications are posted on the main
+// run loop, where a rewarded video that was playing remembers to resume.
+void applicationDidEnterBackground();
+void applicationWillEnterForeground();
 
 }  // namespace pelora::desktop
