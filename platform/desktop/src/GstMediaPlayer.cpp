@@ -44,22 +44,29 @@ bool initGStreamer() {
     return ok;
 }
 
-// The audio output: the default one when this machine has a working output, otherwise a
-// sink that only keeps time, so a machine without sound plays videos all the same.
+// The audio output: the first of the usual sinks that opens on this machine, otherwise a
+// sink that only keeps time, so a machine without sound plays videos all the same. Decided
+// once: probing a missing sound card is slow and noisy.
 GstElement* makeAudioSink() {
     static std::once_flag once;
-    static bool haveOutput = false;
+    static std::string output;
     std::call_once(once, [] {
-        GstElement* probe = gst_element_factory_make("autoaudiosink", nullptr);
-        if (!probe) return;
-        haveOutput = gst_element_set_state(probe, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
-        gst_element_set_state(probe, GST_STATE_NULL);
-        gst_object_unref(probe);
-        if (!haveOutput)
-            platform::log(platform::LogLevel::Info, "media: no audio output; audio is discarded");
+        for (const char* name : {"pulsesink", "alsasink"}) {
+            GstElement* probe = gst_element_factory_make(name, nullptr);
+            if (!probe) continue;
+            const bool opens =
+                gst_element_set_state(probe, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
+            gst_element_set_state(probe, GST_STATE_NULL);
+            gst_object_unref(probe);
+            if (opens) {
+                output = name;
+                return;
+            }
+        }
+        platform::log(platform::LogLevel::Info, "media: no audio output; audio is discarded");
     });
-    if (haveOutput) {
-        if (GstElement* sink = gst_element_factory_make("autoaudiosink", nullptr)) return sink;
+    if (!output.empty()) {
+        if (GstElement* sink = gst_element_factory_make(output.c_str(), nullptr)) return sink;
     }
     GstElement* sink = gst_element_factory_make("fakesink", nullptr);
     if (sink) g_object_set(sink, "sync", TRUE, nullptr);
