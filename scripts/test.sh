@@ -13,6 +13,7 @@ if [ "${PELORA_SANITIZE:-0}" = "1" ]; then
   EXTRA=(-DPELORA_SANITIZE=ON -DPELORA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug)
   export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
   export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+  export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/tests/lsan.supp:print_suppressions=0}
 else
   BUILD_DIR=${BUILD_DIR:-build}
   EXTRA=()
