@@ -13,6 +13,7 @@
 #include <map>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 #include "pelora/platform/Log.h"
 
@@ -247,6 +248,9 @@ struct Shared {
     std::shared_ptr<VideoFrame> pendingFrame;
     bool framePosted = false;
     uint64_t sequence = 0;
+    // The audio branch's volume, once the stream turned out to have audio (under `mutex`).
+    GstElement* volume = nullptr;
+    bool muted = false;
 };
 
 struct Context {
@@ -300,7 +304,9 @@ class GstPlayer final : public platform::Player, public std::enable_shared_from_
     bool muted() const override { return muted_; }
     void setMuted(bool muted) override {
         muted_ = muted;
-        if (pipeline_) g_object_set(pipeline_, "mute", muted ? TRUE : FALSE, nullptr);
+        std::lock_guard lock(shared_->mutex);
+        shared_->muted = muted;
+        if (shared_->volume) g_object_set(shared_->volume, "mute", muted ? TRUE : FALSE, nullptr);
     }
 
     MediaTime currentTime() const override {
@@ -576,6 +582,74 @@ void onSourceSetup(GstElement*, GstElement* source, gpointer) {
         g_object_set(source, "timeout", 15u, nullptr);
 }
 
+bool hasElement(GstElement* bin, const char* name) {
+    GstElement* found = gst_bin_get_by_name(GST_BIN(bin), name);
+    if (found) gst_object_unref(found);
+    return found != nullptr;
+}
+
+// Adds `chain` to the pipeline, starts them and links `pad` to the first.
+bool addBranch(GstElement* pipeline, GstPad* pad, const std::vector<GstElement*>& chain) {
+    for (GstElement* e : chain) {
+        if (!e) {
+            for (GstElement* other : chain)
+                if (other) gst_object_unref(other);
+            return false;
+        }
+    }
+    for (GstElement* e : chain) gst_bin_add(GST_BIN(pipeline), e);
+    for (size_t i = 0; i + 1 < chain.size(); ++i) gst_element_link(chain[i], chain[i + 1]);
+    for (GstElement* e : chain) gst_element_sync_state_with_parent(e);
+    GstPad* sinkPad = gst_element_get_static_pad(chain.front(), "sink");
+    const bool linked = gst_pad_link(pad, sinkPad) == GST_PAD_LINK_OK;
+    gst_object_unref(sinkPad);
+    return linked;
+}
+
+// A decoded stream appeared (on a streaming thread): video goes to RGBA frames for the
+// drawing layer, audio to the output through a volume that mutes; anything else is left.
+void onPadAdded(GstElement* source, GstPad* pad, gpointer data) {
+    auto& context = *static_cast<Context*>(data);
+    GstCaps* caps = gst_pad_get_current_caps(pad);
+    if (!caps) caps = gst_pad_query_caps(pad, nullptr);
+    const gchar* media = caps && gst_caps_get_size(caps) > 0
+                             ? gst_structure_get_name(gst_caps_get_structure(caps, 0))
+                             : "";
+    const std::string kind = media ? media : "";
+    if (caps) gst_caps_unref(caps);
+    GstElement* pipeline = GST_ELEMENT(gst_element_get_parent(source));
+    if (!pipeline) return;
+    if (kind.rfind("video/", 0) == 0 && !hasElement(pipeline, "frames")) {
+        GstElement* sink = gst_element_factory_make("appsink", "frames");
+        if (sink) {
+            GstCaps* rgba =
+                gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "RGBA", nullptr);
+            g_object_set(sink, "caps", rgba, "sync", TRUE, "max-buffers", 2u, "drop", TRUE,
+                         "enable-last-sample", FALSE, nullptr);
+            gst_caps_unref(rgba);
+            GstAppSinkCallbacks callbacks{};
+            callbacks.new_sample = onNewSample;
+            callbacks.new_preroll = onNewPreroll;
+            gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks,
+                                       new Context{context.shared, context.generation},
+                                       deleteContext);
+        }
+        addBranch(pipeline, pad, {gst_element_factory_make("videoconvert", nullptr), sink});
+    } else if (kind.rfind("audio/", 0) == 0 && !hasElement(pipeline, "volume")) {
+        GstElement* volume = gst_element_factory_make("volume", "volume");
+        if (volume) {
+            std::lock_guard lock(context.shared->mutex);
+            g_object_set(volume, "mute", context.shared->muted ? TRUE : FALSE, nullptr);
+            if (context.shared->generation.load() == context.generation && !context.shared->volume)
+                context.shared->volume = GST_ELEMENT(gst_object_ref(volume));
+        }
+        addBranch(pipeline, pad,
+                  {gst_element_factory_make("audioconvert", nullptr),
+                   gst_element_factory_make("audioresample", nullptr), volume, makeAudioSink()});
+    }
+    gst_object_unref(pipeline);
+}
+
 void GstPlayer::load() {
     prerolled_ = false;
     buffering_ = false;
@@ -604,29 +678,28 @@ void GstPlayer::load() {
                         "GStreamer is not available"});
         return;
     }
-    GstElement* pipeline = gst_element_factory_make("playbin", nullptr);
-    GstElement* sink = gst_element_factory_make("appsink", nullptr);
-    if (!pipeline || !sink) {
+    // uridecodebin with one branch per stream, added as the streams appear: what a player
+    // needs of playbin, without the subtitle, visualisation and conversion machinery that
+    // makes playbin's first frame come markedly later.
+    GstElement* pipeline = gst_pipeline_new(nullptr);
+    GstElement* source = gst_element_factory_make("uridecodebin", nullptr);
+    if (!pipeline || !source) {
         if (pipeline) gst_object_unref(pipeline);
-        if (sink) gst_object_unref(sink);
+        if (source) gst_object_unref(source);
         failLater(Error{platform::kMediaErrorDomain, platform::MediaError::kDecoderNotFound,
-                        "GStreamer's playbin or appsink is missing"});
+                        "GStreamer's uridecodebin is missing"});
         return;
     }
-    GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "RGBA", nullptr);
-    g_object_set(sink, "caps", caps, "sync", TRUE, "max-buffers", 2u, "drop", TRUE,
-                 "enable-last-sample", FALSE, nullptr);
-    gst_caps_unref(caps);
-    GstAppSinkCallbacks callbacks{};
-    callbacks.new_sample = onNewSample;
-    callbacks.new_preroll = onNewPreroll;
-    gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, new Context{shared_, generation},
-                               deleteContext);
-
-    g_object_set(pipeline, "uri", item_->admission().uri.c_str(), "video-sink", sink, nullptr);
-    if (GstElement* audio = makeAudioSink()) g_object_set(pipeline, "audio-sink", audio, nullptr);
-    g_object_set(pipeline, "mute", muted_ ? TRUE : FALSE, nullptr);
-    g_signal_connect(pipeline, "source-setup", G_CALLBACK(onSourceSetup), nullptr);
+    g_object_set(source, "uri", item_->admission().uri.c_str(), nullptr);
+    gst_bin_add(GST_BIN(pipeline), source);
+    {
+        std::lock_guard lock(shared_->mutex);
+        shared_->muted = muted_;
+    }
+    g_signal_connect_data(
+        source, "pad-added", G_CALLBACK(onPadAdded), new Context{shared_, generation},
+        [](gpointer data, GClosure*) { deleteContext(data); }, static_cast<GConnectFlags>(0));
+    g_signal_connect(source, "source-setup", G_CALLBACK(onSourceSetup), nullptr);
     GstBus* bus = gst_element_get_bus(pipeline);
     gst_bus_set_sync_handler(bus, onBusMessage, new Context{shared_, generation}, deleteContext);
     gst_object_unref(bus);
@@ -649,6 +722,7 @@ void GstPlayer::teardown() {
     gst_object_unref(bus);
     gst_object_unref(pipeline);
     std::lock_guard lock(shared_->mutex);
+    if (shared_->volume) gst_object_unref(std::exchange(shared_->volume, nullptr));
     shared_->pendingFrame.reset();
     shared_->framePosted = false;
     prerolled_ = false;
