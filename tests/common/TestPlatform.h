@@ -9,21 +9,32 @@
 #include "pelora/desktop/EventRunLoop.h"
 #include "pelora/platform/Services.h"
 #include "pelora/testing/FakeDeviceInfo.h"
+#include "pelora/testing/FakeHttpSession.h"
 #include "pelora/testing/FakeReachability.h"
 #include "pelora/testing/ManualClock.h"
+#include "pelora/testing/ManualRunLoop.h"
 #include "pelora/testing/RecordingUrlOpener.h"
+#include "pelora/testing/ScriptedMediaPlayer.h"
 
 namespace pelora::testing {
 
-// A complete set of platform services for one test, installed by the constructor:
+// A complete set of platform services for one test, installed by the constructor.
+//
+// With NetworkKind::Fake (what SDK tests use) everything is deterministic and on one thread:
+//  - clock: a ManualClock; mainRunLoop: a ManualRunLoop on it (`manualLoop`);
+//  - http: `fake`, a FakeHttpSessionFactory (answers by URL, pending requests, the requests
+//    as sent), whose completions arrive through the loop.
+// With NetworkKind::Loopback (the backends' own tests and end-to-end flows):
 //  - clock: a ManualClock (default) or the system clock;
 //  - mainRunLoop: an EventRunLoop on that clock;
 //  - http: the real libcurl session factory (talk only to a LoopbackServer) behind `traffic`,
-//    which counts, records and on request fails what the SDK sends;
+//    which counts, records and on request fails what the SDK sends.
+// Both:
 //  - files: DesktopFileSystem rooted in a fresh temporary directory, removed at destruction;
 //  - device: FakeDeviceInfo with realistic defaults; reachability: FakeReachabilityService;
 //  - imageDecoder: the stb decoder; urlOpener: a RecordingUrlOpener; a test may replace
-//    either and call install() again.
+//    either and call install() again;
+//  - mediaPlayer: a ScriptedMediaPlayerService on the loop.
 // Nothing is restored at destruction: every test installs its own set.
 //
 // Waiting: with a manual clock, time moves only through advance(); network completions
@@ -33,8 +44,11 @@ namespace pelora::testing {
 class TestPlatform {
   public:
     enum class ClockKind { Manual, System };
+    enum class NetworkKind { Loopback, Fake };
 
-    explicit TestPlatform(ClockKind clock = ClockKind::Manual);
+    explicit TestPlatform(ClockKind clock = ClockKind::Manual,
+                          NetworkKind network = NetworkKind::Loopback);
+    explicit TestPlatform(NetworkKind network) : TestPlatform(ClockKind::Manual, network) {}
     ~TestPlatform();
     TestPlatform(const TestPlatform&) = delete;
     TestPlatform& operator=(const TestPlatform&) = delete;
@@ -64,9 +78,11 @@ class TestPlatform {
 
     std::shared_ptr<ManualClock> manualClock;  // null with ClockKind::System
     std::shared_ptr<platform::Clock> clock;
-    std::shared_ptr<desktop::EventRunLoop> loop;
-    std::shared_ptr<platform::HttpSessionFactory> http;  // `traffic` unless a test replaced it
-    std::shared_ptr<CountingHttpSessionFactory> traffic;
+    std::shared_ptr<platform::RunLoop> loop;
+    std::shared_ptr<ManualRunLoop> manualLoop;            // NetworkKind::Fake only
+    std::shared_ptr<platform::HttpSessionFactory> http;   // `traffic` or `fake`
+    std::shared_ptr<CountingHttpSessionFactory> traffic;  // NetworkKind::Loopback only
+    std::shared_ptr<FakeHttpSessionFactory> fake;         // NetworkKind::Fake only
     std::shared_ptr<desktop::DesktopFileSystem> files;
     std::shared_ptr<FakeDeviceInfo> device;
     std::shared_ptr<FakeReachabilityService> reachability;
@@ -75,6 +91,7 @@ class TestPlatform {
     std::shared_ptr<RecordingUrlOpener> opener;
     std::shared_ptr<platform::UrlOpener> urlOpener;
     std::shared_ptr<platform::ImageDecoder> imageDecoder;
+    std::shared_ptr<ScriptedMediaPlayerService> mediaPlayer;
 
   private:
     std::string root_;

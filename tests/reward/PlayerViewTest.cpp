@@ -27,10 +27,7 @@ class PlayerViewTest : public ::testing::Test {
   protected:
     void SetUp() override {
         tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
-        media = std::make_shared<ScriptedMediaPlayerService>(tp.loop);
-        auto services = tp.services();
-        services.mediaPlayer = media;
-        platform::installServices(services);
+        tp.install();
         // The view as the page's interface file builds it, with its cover and play button.
         page = PeloraVideoPlayerVC::instance();
         page->view();
@@ -54,8 +51,8 @@ class PlayerViewTest : public ::testing::Test {
     bool coverVisible() const { return view->coverImgV() && !view->coverImgV()->hidden(); }
     bool playButtonVisible() const { return view->playBtn() && !view->playBtn()->hidden(); }
 
-    TestPlatform tp;
-    std::shared_ptr<ScriptedMediaPlayerService> media;
+    TestPlatform tp{TestPlatform::NetworkKind::Fake};
+    std::shared_ptr<ScriptedMediaPlayerService> media = tp.mediaPlayer;
     std::shared_ptr<PeloraVideoPlayerVC> page;
     std::shared_ptr<PeloraVideoPlayerView> view;
     std::vector<int64_t> seen;
@@ -221,7 +218,7 @@ TEST_F(PlayerViewTest, AReleasedViewLeavesNoTimerAndNoObserverBehind) {
     page.reset();
     tp.pump();
     EXPECT_TRUE(weakPlayer.expired());
-    EXPECT_LT(tp.loop->nextTimerDelay(), 0);
+    EXPECT_EQ(tp.manualLoop->timerCount(), 0u);
     // Notifications reach nobody and break nothing.
     platform::NotificationCenter::defaultCenter().post(
         platform::kApplicationWillEnterForegroundNotification);

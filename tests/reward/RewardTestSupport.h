@@ -127,19 +127,12 @@ class RewardFixture : public ::testing::Test {
         // Downloads of one test must not be found by the next: the cache lives per process.
         plFileCaches().clear();
         tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
-        media = std::make_shared<pelora::testing::ScriptedMediaPlayerService>(tp.loop);
-        net.install(tp);
-        auto services = tp.services();
-        services.mediaPlayer = media;
-        services.http = net.factory();
-        pelora::platform::installServices(services);
+        tp.install();
         PeloraConstConfig::setBaseUrlOverride(std::string("https://ads.example"));
         window->setRootViewController(root);
         window->makeKeyAndVisible();
     }
     void TearDown() override {
-        // Answers still queued in the loop hold completions that hold the loop: let them run.
-        runUntilIdle();
         PeloraNetwork::resetSessionsForTesting();
         PeloraConstConfig::setBaseUrlOverride(std::nullopt);
         plFileCaches().clear();
@@ -211,10 +204,7 @@ class RewardFixture : public ::testing::Test {
     }
 
     // Runs posted work until none is left (completions hop through the loop more than once).
-    void runUntilIdle() {
-        for (int i = 0; i < 100 && tp.pump() > 0; ++i) {
-        }
-    }
+    void runUntilIdle() { tp.pump(); }
 
     void tapCenter(const std::shared_ptr<pelora::ui::View>& view) {
         ASSERT_TRUE(view);
@@ -225,12 +215,13 @@ class RewardFixture : public ::testing::Test {
     // Once every ad object is gone, the run loop holds no timer and no work.
     void expectNothingLeftRunning() {
         tp.pump();
-        EXPECT_LT(tp.loop->nextTimerDelay(), 0) << "a timer outlived its owner";
+        EXPECT_EQ(tp.manualLoop->timerCount(), 0u) << "a timer outlived its owner";
+        EXPECT_EQ(tp.manualLoop->pendingTaskCount(), 0u);
     }
 
-    pelora::testing::TestPlatform tp;
-    RewardNet net;
-    std::shared_ptr<pelora::testing::ScriptedMediaPlayerService> media;
+    pelora::testing::TestPlatform tp{pelora::testing::TestPlatform::NetworkKind::Fake};
+    RewardNet net{tp.fake};
+    std::shared_ptr<pelora::testing::ScriptedMediaPlayerService> media = tp.mediaPlayer;
     std::shared_ptr<RewardRecorder> host = std::make_shared<RewardRecorder>();
     std::shared_ptr<pelora::ui::Window> window =
         std::make_shared<pelora::ui::Window>(pelora::platform::makeRect(0, 0, 375, 667));

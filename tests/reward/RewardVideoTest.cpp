@@ -318,13 +318,12 @@ TEST_F(RewardVideoTest, EveryLoadFailureReachesTheDelegateWithItsDomainAndCode) 
         {"download failed",
          [&] {
              net.answerFetches(rewardtest::answer({videoAd("r-1", video("/v/gone.mp4", 3))}));
-             net.failDownloads(platform::URLError::kCannotConnectToHost);
+             net.fail(cdn("/v/gone.mp4"), platform::URLError::kCannotConnectToHost);
          },
          "sdk.data.err.download", -1004},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        net.reset();
         host->calls.clear();
         host->errors.clear();
         c.arrange();
@@ -381,14 +380,15 @@ TEST_F(RewardVideoTest, ADownloadedUrlIsNotDownloadedAgainAndPlaysFromTheFile) {
 }
 
 TEST_F(RewardVideoTest, ASecondLoadCancelsTheRunningDownload) {
-    net.holdDownloads(true);
     auto manager = PeloraRewardVideoAdManager::initWithSlot(slot());
     manager->setDelegate(host);
     net.answerFetches(rewardtest::answer({videoAd("r-1", video("/v/one.mp4", 3))}));
+    net.hold(cdn("/v/one.mp4"));
     manager->loadAdData();
     tp.advance(0.1);
     ASSERT_EQ(host->calls, Calls{"DidSuccessLoad"});
     net.answerFetches(rewardtest::answer({videoAd("r-2", video("/v/two.mp4", 3))}));
+    net.hold(cdn("/v/two.mp4"));
     manager->loadAdData();
     runUntilIdle();
     ASSERT_EQ(host->errors.size(), 1u);
