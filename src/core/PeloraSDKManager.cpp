@@ -6,6 +6,7 @@
 #include "pelora/platform/Device.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
+#include "support/PeloraThreadCheck.h"
 
 #ifndef PELORA_BASE_URL
 #define PELORA_BASE_URL "https://ads.pelora.example"
@@ -76,6 +77,7 @@ std::shared_ptr<PeloraSDKManager> PeloraSDKManager::init() {
 }
 
 void PeloraSDKManager::setAppID(const std::optional<std::string>& appID) {
+    PELORA_DCHECK_ON_MAIN_THREAD("PeloraSDKManager::setAppID");
     shareManager()->setInstanceAppID(appID);
 }
 

@@ -4,6 +4,7 @@
 
 #include "core/PeloraNetwork.h"
 #include "core/PeloraRequest.h"
+#include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
 
 using pelora::platform::Error;
@@ -20,6 +21,7 @@ std::shared_ptr<PeloraDataFlowAdManager> PeloraDataFlowAdManager::init() {
 }
 
 void PeloraDataFlowAdManager::loadAdData() {
+    PELORA_DCHECK_ON_MAIN_THREAD("PeloraDataFlowAdManager::loadAdData");
     auto query = PeloraUrlQuery::init();
     auto body = PeloraReqBody::init();
     // A manager made without a slot asks with empty values, as a nil slot would.

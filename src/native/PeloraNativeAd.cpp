@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "pelora/platform/Log.h"
+#include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
 #include "track/PeloraTrackEvent.h"
 
@@ -31,6 +32,7 @@ std::shared_ptr<PeloraNativeAd> PeloraNativeAd::init() {
 void PeloraNativeAd::registerContainer(
     const std::shared_ptr<pelora::ui::View>& container,
     const std::vector<std::shared_ptr<pelora::ui::View>>& clickableViews) {
+    PELORA_DCHECK_ON_MAIN_THREAD("PeloraNativeAd::registerContainer");
     if (!trackEvent_) return;
     trackEvent_->setAdRootVC(rootViewController());
     trackEvent_->bindAd(ad_, container, clickableViews);

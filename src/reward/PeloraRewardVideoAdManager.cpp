@@ -10,6 +10,7 @@
 #include "pelora/platform/Services.h"
 #include "reward/PeloraAdCache.h"
 #include "reward/PeloraVideoPlayerVC.h"
+#include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
 
 using pelora::platform::Error;
@@ -52,6 +53,7 @@ std::optional<std::string> PeloraRewardVideoAdManager::cachedVideoPath() const {
 // ---- loading ---------------------------------------------------------------------------------
 
 void PeloraRewardVideoAdManager::loadAdData() {
+    PELORA_DCHECK_ON_MAIN_THREAD("PeloraRewardVideoAdManager::loadAdData");
     auto query = PeloraUrlQuery::init();
     auto body = PeloraReqBody::init();
     if (body->slot) {
@@ -166,6 +168,7 @@ void PeloraRewardVideoAdManager::onAdLoadError(std::optional<Error> error) {
 
 bool PeloraRewardVideoAdManager::showAdFromRootViewController(
     const std::shared_ptr<pelora::ui::ViewController>& controller) {
+    PELORA_DCHECK_ON_MAIN_THREAD("PeloraRewardVideoAdManager::showAdFromRootViewController");
     if (!toShowAd_ || !toShowVideo_) return false;
     rootViewController_ = controller;
     auto page = videoPage_.lock();

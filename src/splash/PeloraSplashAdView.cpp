@@ -10,6 +10,7 @@
 #include "pelora/platform/Services.h"
 #include "pelora/ui/NibLoader.h"
 #include "splash/PeloraSplashAdConfig.h"
+#include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
 #include "track/PeloraTrackEvent.h"
 
@@ -117,6 +118,7 @@ void PeloraSplashAdView::setHideSkipButton(bool hide) {
 // ---- loading --------------------------------------------------------------------------------
 
 void PeloraSplashAdView::loadAdData() {
+    PELORA_DCHECK_ON_MAIN_THREAD("PeloraSplashAdView::loadAdData");
     auto slot = std::make_shared<PeloraSplashSlot>();
     slot->slotId = slotID_;
     slot->requestTimeout = static_cast<int64_t>(std::trunc(tolerateTimeout_));

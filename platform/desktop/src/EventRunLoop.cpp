@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
@@ -137,6 +139,23 @@ std::shared_ptr<platform::Timer> EventRunLoop::scheduleTimer(
     return timer;
 }
 
+void EventRunLoop::bindThread() {
+    const auto me = std::this_thread::get_id();
+    if (!bound_.exchange(true)) {
+        owner_ = me;
+        return;
+    }
+    if (owner_.load() == me) return;
+#ifndef NDEBUG
+    std::fprintf(stderr,
+                 "pelora: the main run loop belongs to the thread that first ran or pumped it; "
+                 "it was run or pumped from another thread\n");
+    std::abort();
+#else
+    owner_ = me;
+#endif
+}
+
 bool EventRunLoop::isLoopThread() const {
     return owner_.load() == std::this_thread::get_id();
 }
@@ -183,7 +202,7 @@ size_t EventRunLoop::fireDueTimers() {
 }
 
 size_t EventRunLoop::pump() {
-    owner_ = std::this_thread::get_id();
+    bindThread();
     std::deque<std::function<void()>> batch;
     {
         std::lock_guard lock(mutex_);
@@ -215,7 +234,7 @@ void EventRunLoop::waitForWork(double maxSeconds) {
 }
 
 void EventRunLoop::run() {
-    owner_ = std::this_thread::get_id();
+    bindThread();
     // A stop() that came before this run is not forgotten: it ends this run at once (a thread
     // may stop the loop before the loop's own thread got round to running it).
     while (!stopRequested_) {
@@ -227,7 +246,7 @@ void EventRunLoop::run() {
 }
 
 bool EventRunLoop::runUntil(const std::function<bool()>& predicate, double deadline) {
-    owner_ = std::this_thread::get_id();
+    bindThread();
     for (;;) {
         pump();
         if (predicate && predicate()) return true;

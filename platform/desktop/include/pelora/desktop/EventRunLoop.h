@@ -44,6 +44,9 @@ class EventRunLoop final : public platform::RunLoop {
     size_t fireDueTimers();
     size_t serviceWatches();
     bool wakeFdReadable() const;
+    // The loop belongs to the thread that first runs or pumps it (until then, to the thread
+    // that made it). Debug builds stop with a message when another thread runs it later.
+    void bindThread();
 
     std::shared_ptr<platform::Clock> clock_;
     int eventFd_ = -1;
@@ -56,6 +59,7 @@ class EventRunLoop final : public platform::RunLoop {
     uint64_t timerSequence_ = 0;
     std::atomic<bool> stopRequested_{false};
     std::atomic<std::thread::id> owner_;
+    std::atomic<bool> bound_{false};
 };
 
 }  // namespace pelora::desktop
