@@ -37,8 +37,9 @@ PeloraSplashAdView::PeloraSplashAdView() = default;
 PeloraSplashAdView::PeloraSplashAdView(Rect frame) : pelora::ui::View(frame) {}
 
 PeloraSplashAdView::~PeloraSplashAdView() {
-    // A running timer is left alone on purpose: its ticks hold the view weakly and stop
-    // doing anything once the view is gone.
+    // A running timer is left alone on purpose: its ticks hold the view weakly, and the first
+    // tick that finds the view gone does nothing but end the timer, so a released splash
+    // leaves nothing in the run loop a second later.
     pelora::platform::log(pelora::platform::LogLevel::Debug, "dealloc " + className());
 }
 
@@ -204,9 +205,12 @@ void PeloraSplashAdView::startTimer() {
     stopTimer();
     std::weak_ptr<PeloraSplashAdView> weakSelf = self();
     timer_ = pelora::platform::services().mainRunLoop->scheduleTimer(
-        1.0, true, [weakSelf](pelora::platform::Timer&) {
+        1.0, true, [weakSelf](pelora::platform::Timer& timer) {
             auto strong = weakSelf.lock();
-            if (!strong) return;
+            if (!strong) {
+                timer.invalidate();
+                return;
+            }
             strong->countDown_ -= 1;
             strong->onTimerTrigger();
         });
