@@ -17,7 +17,7 @@
 struct PeloraDataFlowSlot {
     std::optional<std::string> slotId;
     // Whole seconds; the ad request's time-out.
-    int64_t tolerateTimeout = 3;
+    int64_t tolerateTimeout = kPeloraDefaultTolerateTimeout;
     // The size the host will give the ad, sent to the server as is.
     int64_t slotWidth = 0;
     int64_t slotHeight = 0;

@@ -27,7 +27,7 @@ class PeloraVideoPlayerVC;
 struct PeloraRewardVideoSlot {
     std::optional<std::string> slotId;
     // Whole seconds; the ad request's time-out.
-    int64_t tolerateTimeout = 3;
+    int64_t tolerateTimeout = kPeloraDefaultTolerateTimeout;
 };
 
 class PeloraRewardVideoAdManager;

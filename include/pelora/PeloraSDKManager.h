@@ -9,6 +9,16 @@ class PeloraNetReachable;
 struct PeloraUrlQuery;
 struct PeloraReqBody;
 
+// The time limit of an ad request when the slot does not set one, in whole seconds.
+inline constexpr int64_t kPeloraDefaultTolerateTimeout = 3;
+
+// Error domains of the SDK's own failures (code -1 unless said otherwise). Transport
+// failures keep "NSURLErrorDomain" and the platform's code.
+inline constexpr const char kPeloraSplashDataErrorDomain[] = "sdk.data.error";  // splash
+inline constexpr const char kPeloraDataErrorDomain[] = "sdk.data.err";          // native, reward
+// A rewarded video's download failed; the code is the download's.
+inline constexpr const char kPeloraDownloadErrorDomain[] = "sdk.data.err.download";
+
 // The host's first point of contact: the application id and the SDK's identity values, plus
 // the one process-wide reachability monitor whose status every ad request carries.
 class PeloraSDKManager : public std::enable_shared_from_this<PeloraSDKManager> {

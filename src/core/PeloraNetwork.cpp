@@ -7,6 +7,7 @@
 
 #include "core/PeloraRequest.h"
 #include "pelora/PeloraApiAd.h"
+#include "pelora/PeloraSDKManager.h"
 #include "pelora/platform/FileSystem.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/RunLoop.h"
@@ -299,7 +300,7 @@ HttpRequest PeloraNetwork::adFetchRequest(const std::optional<std::string>& url,
     HttpRequest request;
     request.url = url.value_or("");
     request.cachePolicy = pelora::platform::CachePolicy::UseProtocolCachePolicy;
-    request.timeoutInterval = 3.0;
+    request.timeoutInterval = static_cast<double>(kPeloraDefaultTolerateTimeout);
     request.method = "POST";
     request.setValue("application/json", "Content-Type");
     if (body) request.body = plyy_modelToJSONData(*body).value_or("");

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "core/PeloraAdKinds.h"
 #include "core/PeloraNetwork.h"
 #include "core/PeloraRequest.h"
 #include "support/PeloraThreadCheck.h"
@@ -28,8 +29,8 @@ void PeloraDataFlowAdManager::loadAdData() {
     std::shared_ptr<PeloraDataFlowSlot> slot = adSlot_;
     if (body->slot) {
         body->slot->slotId = slot ? slot->slotId : std::nullopt;
-        body->slot->adType = 5;
-        body->slot->position = 3;
+        body->slot->adType = PeloraAdKind::kNative.adType;
+        body->slot->position = PeloraAdKind::kNative.position;
         body->slot->width = slot ? slot->slotWidth : 0;
         body->slot->height = slot ? slot->slotHeight : 0;
     }
@@ -60,7 +61,7 @@ void PeloraDataFlowAdManager::loadAdData() {
                 }
             }
             if (nativeAds.empty()) {
-                Error error{"sdk.data.err", -1, {}};
+                Error error{kPeloraDataErrorDomain, -1, {}};
                 PeloraTool::safeTarget(
                     self->delegate_,
                     &PeloraDataFlowAdManagerDelegate::dataFlowAdManagerDidFailWithError, self,

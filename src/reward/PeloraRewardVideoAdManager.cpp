@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "core/PeloraAdKinds.h"
 #include "core/PeloraNetwork.h"
 #include "core/PeloraRequest.h"
 #include "pelora/PeloraPluginStatusStore.h"
@@ -17,14 +18,8 @@ using pelora::platform::Error;
 
 namespace {
 
-// What a rewarded video asks the server for: ad type 4, full-screen position 5.
-constexpr int64_t kRewardAdType = 4;
-constexpr int64_t kRewardPosition = 5;
-constexpr const char* kDataErrorDomain = "sdk.data.err";
-constexpr const char* kDownloadErrorDomain = "sdk.data.err.download";
-
 Error dataError() {
-    return Error{kDataErrorDomain, -1, {}};
+    return Error{kPeloraDataErrorDomain, -1, {}};
 }
 
 }  // namespace
@@ -58,8 +53,8 @@ void PeloraRewardVideoAdManager::loadAdData() {
     auto body = PeloraReqBody::init();
     if (body->slot) {
         body->slot->slotId = adSlot_ ? adSlot_->slotId : std::nullopt;
-        body->slot->adType = kRewardAdType;
-        body->slot->position = kRewardPosition;
+        body->slot->adType = PeloraAdKind::kRewardVideo.adType;
+        body->slot->position = PeloraAdKind::kRewardVideo.position;
         PeloraTool::screenPixels(body->slot->width, body->slot->height);
     }
 
@@ -148,7 +143,7 @@ void PeloraRewardVideoAdManager::onAdLoadSuccess(
         [weakSelf](int64_t code, std::optional<std::string>) {
             auto strong = weakSelf.lock();
             if (!strong) return;
-            strong->onAdLoadError(Error{kDownloadErrorDomain, code, {}});
+            strong->onAdLoadError(Error{kPeloraDownloadErrorDomain, code, {}});
         });
 }
 

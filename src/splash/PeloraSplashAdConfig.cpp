@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "core/PeloraAdKinds.h"
 #include "core/PeloraNetwork.h"
 #include "core/PeloraRequest.h"
 #include "pelora/platform/Error.h"
@@ -14,8 +15,8 @@ void PeloraSplashAdConfig::loadSplashAd(const std::shared_ptr<PeloraSplashSlot>&
     auto body = PeloraReqBody::init();
     if (body->slot) {
         body->slot->slotId = slot ? slot->slotId : std::nullopt;
-        body->slot->adType = 0;
-        body->slot->position = 5;
+        body->slot->adType = PeloraAdKind::kSplash.adType;
+        body->slot->position = PeloraAdKind::kSplash.position;
         PeloraTool::screenPixels(body->slot->width, body->slot->height);
     }
 

@@ -16,7 +16,7 @@
 struct PeloraSplashSlot {
     std::optional<std::string> slotId;
     // Whole seconds; becomes the request's time-out as is (0 stays 0).
-    int64_t requestTimeout = 3;
+    int64_t requestTimeout = kPeloraDefaultTolerateTimeout;
 };
 
 // The loaded splash ad: the first ad of the answer, or null when the answer had none.

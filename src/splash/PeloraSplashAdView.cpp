@@ -90,7 +90,7 @@ void PeloraSplashAdView::awakeFromNib() {
 
 void PeloraSplashAdView::configInit() {
     countDown_ = 5;
-    tolerateTimeout_ = 3.0;
+    tolerateTimeout_ = static_cast<double>(kPeloraDefaultTolerateTimeout);
 
     trackEvent_ = PeloraTrackEvent::init();
     config_ = PeloraSplashAdConfig::init();
@@ -146,7 +146,7 @@ void PeloraSplashAdView::pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConf
         render(splashAd);
         return;
     }
-    Error error{"sdk.data.error", -1, {}};
+    Error error{kPeloraSplashDataErrorDomain, -1, {}};
     PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidFailWithError,
                            keepAlive, error);
 }
