@@ -1,9 +1,8 @@
 #pragma once
 
 // A debug-build check at the SDK's entry points (set-up, loads, shows, registrations) that
-// they run on the main run loop's thread, in the way of a sequence checker: calls made before
-// the loop first ran count for the thread that made the first one. Release builds compile
-// the check out.
+// they run on the main run loop's thread, in the way of a sequence checker (before the loop
+// first runs, that is the thread that made it). Release builds compile the check out.
 
 namespace pelora_internal {
 
