@@ -58,8 +58,10 @@ class LogCapture {
     std::shared_ptr<std::mutex> mutex_ = std::make_shared<std::mutex>();
 };
 
-// One ad of an answer, with impression and click tracking pointing at `server`.
-inline nlohmann::json adJson(const pelora::testing::LoopbackServer& server, const std::string& adId,
+// One ad of an answer, with impression and click tracking pointing at `server` (a loopback
+// or a fake server: anything with url()).
+template <class Server>
+nlohmann::json adJson(const Server& server, const std::string& adId,
                              int creativeType = 2,
                              std::optional<std::string> image = std::string("/img/splash.png")) {
     nlohmann::json ad = {
@@ -111,7 +113,8 @@ inline pelora::testing::LoopbackResponse png(std::string bytes) {
 }
 
 // The JSON body of the idx-th ad fetch the server received.
-inline nlohmann::json fetchBody(const pelora::testing::LoopbackServer& server, size_t idx = 0) {
+template <class Server>
+nlohmann::json fetchBody(const Server& server, size_t idx = 0) {
     auto fetches = server.requestsTo("/api/v1/advert/fetch");
     if (fetches.size() <= idx) return nullptr;
     return nlohmann::json::parse(fetches[idx].body, nullptr, false);

@@ -28,6 +28,7 @@ struct FakeHttpSessionFactory::State {
     std::string temporaryDirectory;
     mutable std::mutex mutex;
     std::map<std::string, Response> responses;
+    FakeHttpSessionFactory::Responder responder;
     std::optional<Response> defaultResponse;
     bool simulateTimeouts = false;
     std::vector<Request> requests;
@@ -40,7 +41,8 @@ struct FakeHttpSessionFactory::State {
         if (fixedLoop) return fixedLoop;
         return platform::hasServices() ? platform::services().mainRunLoop : nullptr;
     }
-    std::optional<Response> responseFor(const std::string& url) const {
+    std::optional<Response> responseFor(const platform::HttpRequest& request) const {
+        const std::string& url = request.url;
         auto it = responses.find(url);
         if (it != responses.end()) return it->second;
         it = responses.find(withoutQuery(url));
@@ -78,12 +80,23 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
         auto state = state_.lock();
         if (!state) return;
         std::optional<Response> answer;
+        FakeHttpSessionFactory::Responder responder;
         {
             std::lock_guard lock(state->mutex);
             state->requests.push_back({id_, request_, isDownload()});
             state->inflight.push_back(shared_from_this());
-            answer = state->responseFor(request_.url);
+            responder = state->responder;
         }
+        // Like a real session, only http and https are ever fetched.
+        if (!platform::isFetchableURL(request_.url))
+            answer = Response::failure(platform::URLError::kUnsupportedURL);
+        // The responder is the test's code: it runs without the fake's lock held.
+        if (!answer && responder) answer = responder(request_);
+        if (!answer) {
+            std::lock_guard lock(state->mutex);
+            answer = state->responseFor(request_);
+        }
+        if (answer && answer->never) answer.reset();
         if (answer) {
             deliverLater(*answer);
         } else if (state->simulateTimeouts) {
@@ -97,11 +110,19 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
         }
     }
 
-    void cancel() override { deliverLater(Response::failure(platform::URLError::kCancelled)); }
+    void cancel() override {
+        if (delayed_) {
+            delayed_->invalidate();
+            delayed_.reset();
+            scheduled_ = false;
+        }
+        deliverLater(Response::failure(platform::URLError::kCancelled));
+    }
     uint64_t taskIdentifier() const override { return id_; }
     const platform::HttpRequest& originalRequest() const override { return request_; }
 
-    // Completes on the loop's next turn (never inside the caller's call).
+    // Completes on the loop's next turn (never inside the caller's call), or after the
+    // answer's delay on the loop's clock.
     void deliverLater(Response response) {
         if (completed_ || scheduled_) return;
         auto state = state_.lock();
@@ -109,6 +130,13 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
         if (!loop) return;
         scheduled_ = true;
         std::weak_ptr<FakeTask> weak = weak_from_this();
+        if (response.delay > 0) {
+            delayed_ = loop->scheduleTimer(response.delay, false,
+                                           [weak, response](platform::Timer&) {
+                                               if (auto task = weak.lock()) task->complete(response);
+                                           });
+            return;
+        }
         loop->post([weak, response = std::move(response)] {
             if (auto task = weak.lock()) task->complete(response);
         });
@@ -118,6 +146,7 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
         if (completed_) return;
         completed_ = true;
         if (timeout_) timeout_->invalidate();
+        if (delayed_) delayed_->invalidate();
         auto keep = shared_from_this();
         std::string tmp;
         if (auto state = state_.lock()) {
@@ -167,6 +196,7 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
     platform::DataTaskCompletion data_;
     platform::DownloadTaskCompletion file_;
     std::shared_ptr<platform::Timer> timeout_;
+    std::shared_ptr<platform::Timer> delayed_;
     bool download_ = false;
     bool resumed_ = false;
     bool scheduled_ = false;
@@ -241,6 +271,11 @@ void FakeHttpSessionFactory::removeResponse(const std::string& url) {
 void FakeHttpSessionFactory::setDefaultResponse(std::optional<Response> response) {
     std::lock_guard lock(state_->mutex);
     state_->defaultResponse = std::move(response);
+}
+
+void FakeHttpSessionFactory::setResponder(Responder responder) {
+    std::lock_guard lock(state_->mutex);
+    state_->responder = std::move(responder);
 }
 
 void FakeHttpSessionFactory::setSimulateTimeouts(bool simulate) {

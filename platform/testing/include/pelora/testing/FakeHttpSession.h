@@ -18,6 +18,7 @@ namespace pelora::testing {
 // Completions arrive through the main run loop (posted, never inside the call that started
 // the task), as the real backend's do, so a test runs on one thread and the manual clock.
 //
+// Like a real session it fails URLs other than http and https with -1002 at once.
 // Matching: an answer added for a URL with a query string matches that exact URL; one added
 // for a URL without a query matches that URL with any query. The answer stays in place for
 // later requests until it is replaced or removed.
@@ -29,6 +30,10 @@ class FakeHttpSessionFactory final : public platform::HttpSessionFactory {
         std::string body;
         // Set: the task fails with this URL error code (-1001 time-out, -1004, -999, ...).
         std::optional<int64_t> error;
+        // Answer after this many seconds of the loop's clock instead of on the next turn.
+        double delay = 0;
+        // Never answer: the request stays pending until it is cancelled or times out.
+        bool never = false;
 
         static Response ok(std::string body, int64_t status = 200) {
             Response r;
@@ -63,6 +68,10 @@ class FakeHttpSessionFactory final : public platform::HttpSessionFactory {
     void removeResponse(const std::string& url);
     // Answer for URLs without an answer of their own; absent (the default) leaves them pending.
     void setDefaultResponse(std::optional<Response> response);
+    // Decides the answer of every request before the answers by URL are looked at: a value
+    // answers it, nothing falls through to them. Runs when the task is resumed.
+    using Responder = std::function<std::optional<Response>(const platform::HttpRequest&)>;
+    void setResponder(Responder responder);
     // When on, a request still pending when its time-out has passed on the loop's clock
     // fails with -1001, as a real session's would.
     void setSimulateTimeouts(bool simulate);
