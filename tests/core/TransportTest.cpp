@@ -1,5 +1,6 @@
-// The transport against a real HTTP server on 127.0.0.1: what the server receives, every row
-// of the result table, where completions run, and where downloads land.
+// The transport on the fake network: what the server receives, every row of the result
+// table, where completions run, and where downloads land. Only the HTTPS case talks to a
+// real server on 127.0.0.1: certificate checks are the point there.
 
 #include <gtest/gtest.h>
 
@@ -14,6 +15,7 @@
 #include <thread>
 #include <tuple>
 
+#include "FakeServer.h"
 #include "LoopbackServer.h"
 #include "TestPlatform.h"
 #include "core/PeloraNetwork.h"
@@ -27,8 +29,10 @@
 namespace {
 
 using pelora::platform::HttpRequest;
+using pelora::testing::FakeServer;
 using pelora::testing::LoopbackResponse;
 using pelora::testing::LoopbackServer;
+using pelora::testing::TestPlatform;
 namespace fs = std::filesystem;
 
 constexpr const char* kFetchPath = "/api/v1/advert/fetch";
@@ -59,15 +63,14 @@ class TransportTest : public ::testing::Test {
         PeloraNetwork::resetSessionsForTesting();
     }
 
-    void TearDown() override {
-        // Sessions first: they may hold connections the server would otherwise wait for.
-        PeloraNetwork::resetSessionsForTesting();
-        server.stop();
-    }
+    void TearDown() override { PeloraNetwork::resetSessionsForTesting(); }
 
-    // Runs the main loop until `done` holds, bounded in real time.
-    bool waitFor(const std::function<bool()>& done, double seconds = 10) {
-        return platform.waitFor(done, seconds);
+    // Runs the main loop until `done` holds, moving the manual clock a second at a time (a
+    // simulated time-out is due once the request's time passed), for at most two minutes.
+    bool waitFor(const std::function<bool()>& done) {
+        platform.pump();
+        for (int second = 0; second < 120 && !done(); ++second) platform.advance(1);
+        return done();
     }
 
     std::shared_ptr<PeloraReqBody> bodyWithSlot(int64_t w, int64_t h) {
@@ -112,8 +115,8 @@ class TransportTest : public ::testing::Test {
         return result;
     }
 
-    LoopbackServer server;
-    pelora::testing::TestPlatform platform;
+    TestPlatform platform{TestPlatform::NetworkKind::Fake};
+    FakeServer server{platform};
     fs::path caches;
 };
 
@@ -147,12 +150,28 @@ TEST_F(TransportTest, AnswerWithDataIsSuccessAndEveryAdCarriesTheSlotSize) {
     EXPECT_EQ((*r.resp->ads)[1]->adTrackVO()->size(), 1u);
 }
 
-TEST_F(TransportTest, FetchOverHttpsVerifiesTheServer) {
+TEST(TransportOverTls, FetchOverHttpsVerifiesTheServer) {
+    PeloraNetwork::resetSessionsForTesting();
+    TestPlatform platform;  // the real libcurl sessions
     LoopbackServer tls(LoopbackServer::Options{2, pelora::testing::TestTls::certificateFile(),
                                                pelora::testing::TestTls::keyFile()});
     tls.on(kFetchPath, LoopbackResponse::json(kTwoAds));
+    auto fetch = [&]() {
+        auto result = std::make_shared<FetchResult>();
+        auto body = PeloraReqBody::init();
+        body->slot->slotId = "slot-1";
+        PeloraNetwork::post(tls.url(kFetchPath), PeloraUrlQuery::init(), body, {},
+                            [result](int64_t code, std::optional<std::string>,
+                                     std::shared_ptr<PeloraRespObject> resp) {
+                                result->called = true;
+                                result->code = code;
+                                result->resp = std::move(resp);
+                            });
+        EXPECT_TRUE(platform.waitFor([&] { return result->called; }, 10));
+        return *result;
+    };
     // Without the test authority the certificate is not trusted and nothing is sent.
-    auto refused = fetch(tls.url(kFetchPath));
+    auto refused = fetch();
     EXPECT_EQ(refused.code, pelora::platform::URLError::kServerCertificateUntrusted);
     EXPECT_FALSE(refused.resp);
     EXPECT_EQ(tls.requestCount(), 0u);
@@ -161,7 +180,7 @@ TEST_F(TransportTest, FetchOverHttpsVerifiesTheServer) {
     platform.http = std::make_shared<pelora::desktop::CurlHttpSessionFactory>(
         pelora::testing::TestTls::authorityFile());
     platform.install();
-    auto r = fetch(tls.url(kFetchPath), {}, bodyWithSlot(640, 100));
+    auto r = fetch();
     EXPECT_EQ(r.code, 0);
     ASSERT_TRUE(r.resp && r.resp->ads);
     EXPECT_EQ(r.resp->ads->size(), 2u);
@@ -217,8 +236,10 @@ TEST_F(TransportTest, BodyWithoutDataIsFailureWithoutMessage) {
 }
 
 TEST_F(TransportTest, SilentServerTimesOutUnderTheModifiersTimeout) {
+    platform.fake->setSimulateTimeouts(true);
     server.on(kFetchPath, LoopbackResponse::hang());
-    auto r = fetch(server.url(kFetchPath), [](HttpRequest& req) { req.timeoutInterval = 0.3; });
+    auto r = fetch(server.url(kFetchPath), [](HttpRequest& req) { req.timeoutInterval = 7; });
+    EXPECT_EQ(platform.fake->requests().at(0).request.timeoutInterval, 7.0);
     EXPECT_EQ(r.code, pelora::platform::URLError::kTimedOut);
     ASSERT_TRUE(r.msg);
     EXPECT_FALSE(r.msg->empty());
@@ -226,9 +247,8 @@ TEST_F(TransportTest, SilentServerTimesOutUnderTheModifiersTimeout) {
 }
 
 TEST_F(TransportTest, RefusedConnectionGivesThePlatformCode) {
-    std::string url =
-        "http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + kFetchPath;
-    auto r = fetch(url);
+    server.failWith(pelora::platform::URLError::kCannotConnectToHost);
+    auto r = fetch(server.url(kFetchPath));
     EXPECT_EQ(r.code, pelora::platform::URLError::kCannotConnectToHost);
     ASSERT_TRUE(r.msg);
     EXPECT_FALSE(r.msg->empty());
@@ -248,7 +268,7 @@ TEST_F(TransportTest, MissingCompletionStillSendsAndDoesNotCrash) {
     server.on(kFetchPath, LoopbackResponse::json(kTwoAds));
     PeloraNetwork::post(server.url(kFetchPath), PeloraUrlQuery::init(), bodyWithSlot(1, 1), {},
                         nullptr);
-    ASSERT_TRUE(server.waitForRequests(1, 10));
+    ASSERT_TRUE((platform.pump(), server.requestCount() >= 1));
     // A report sent afterwards completes after the fetch's answer was handled.
     PeloraNetwork::ReportCompletion done;
     auto sentinel = reportCompletion(done);
@@ -412,8 +432,8 @@ TEST_F(TransportTest, AbsentUrlDoesNothingAtAll) {
 TEST_F(TransportTest, FailedReportCarriesUploadError) {
     PeloraNetwork::ReportCompletion c;
     auto r = reportCompletion(c);
-    PeloraNetwork::get("http://127.0.0.1:" + std::to_string(LoopbackServer::unusedPort()) + "/t",
-                       nullptr, {}, c);
+    server.failWith(pelora::platform::URLError::kCannotConnectToHost);
+    PeloraNetwork::get(server.url("/t"), nullptr, {}, c);
     ASSERT_TRUE(waitFor([&] { return r->called; }));
     EXPECT_EQ(r->code, pelora::platform::URLError::kCannotConnectToHost);
     EXPECT_EQ(r->msg, "sdk: upload error");

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "../splash/AdTestSupport.h"
+#include "FakeServer.h"
 #include "pelora/PeloraDataFlowAdManager.h"
 #include "pelora/PeloraNativeAd.h"
 #include "pelora/ui/UI.h"
@@ -19,8 +20,8 @@ using adtest::adJson;
 using adtest::answer;
 using pelora::platform::Error;
 using pelora::platform::makeRect;
+using pelora::testing::FakeServer;
 using pelora::testing::LoopbackResponse;
-using pelora::testing::LoopbackServer;
 using pelora::testing::RecordedRequest;
 using pelora::testing::TestPlatform;
 
@@ -62,7 +63,6 @@ class DataFlowAdManagerTest : public ::testing::Test {
   protected:
     void SetUp() override {
         PeloraNetwork::resetSessionsForTesting();
-        http = tp.traffic;
         tp.install();
         PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
         setAnswer(answer({adJson(server, "n-1")}));
@@ -122,10 +122,9 @@ class DataFlowAdManagerTest : public ::testing::Test {
             [](const auto& r) { return dynamic_cast<_PeloraApiTapGesture*>(r.get()) != nullptr; });
     }
 
-    TestPlatform tp;
-    LoopbackServer server;
+    TestPlatform tp{TestPlatform::NetworkKind::Fake};
+    FakeServer server{tp};
     adtest::LogCapture logs;
-    std::shared_ptr<pelora::testing::CountingHttpSessionFactory> http;
     std::mutex answerMutex;
     LoopbackResponse fetchResponse;
     std::shared_ptr<ManagerRecorder> recorder = std::make_shared<ManagerRecorder>();
@@ -150,8 +149,8 @@ TEST_F(DataFlowAdManagerTest, RequestCarriesTheSlotAsGiven) {
     EXPECT_EQ(body["slot"]["position"], 3);
     EXPECT_EQ(body["slot"]["width"], 690);  // no scaling
     EXPECT_EQ(body["slot"]["height"], 388);
-    ASSERT_FALSE(http->requests().empty());
-    EXPECT_DOUBLE_EQ(http->requests()[0].timeoutInterval, 3.0);
+    ASSERT_FALSE(tp.fake->requests().empty());
+    EXPECT_DOUBLE_EQ(tp.fake->requests()[0].request.timeoutInterval, 3.0);
 }
 
 TEST_F(DataFlowAdManagerTest, DefaultSlotAsksForZeroSizeWithTheSlotTimeOut) {
@@ -162,7 +161,7 @@ TEST_F(DataFlowAdManagerTest, DefaultSlotAsksForZeroSizeWithTheSlotTimeOut) {
     EXPECT_EQ(body["slot"]["width"], 0);
     EXPECT_EQ(body["slot"]["height"], 0);
     EXPECT_FALSE(body["slot"].contains("slotId"));
-    EXPECT_DOUBLE_EQ(http->requests()[0].timeoutInterval, 7.0);
+    EXPECT_DOUBLE_EQ(tp.fake->requests()[0].request.timeoutInterval, 7.0);
 }
 
 TEST_F(DataFlowAdManagerTest, FiveAdsArriveInServerOrderEachWithItsOwnTracker) {
@@ -193,8 +192,8 @@ TEST_F(DataFlowAdManagerTest, FailuresCarryTheirDomainAndCode) {
     };
     const std::string url = pelora::platform::kURLErrorDomain;
     std::vector<Case> cases = {
-        {"time-out", [&] { http->failWith(-1001); }, url, -1001},
-        {"transport failure", [&] { http->failWith(-1009); }, url, -1009},
+        {"time-out", [&] { server.failWith(-1001); }, url, -1001},
+        {"transport failure", [&] { server.failWith(-1009); }, url, -1009},
         {"empty body", [&] { setAnswer(""); }, url, -1},
         {"no payload", [&] { setAnswer("{\"code\":0}"); }, url, -1},
         {"malformed", [&] { setAnswer("[1,2"); }, url, -1},
@@ -204,7 +203,7 @@ TEST_F(DataFlowAdManagerTest, FailuresCarryTheirDomainAndCode) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        http->failWith(std::nullopt);
+        server.failWith(std::nullopt);
         recorder = std::make_shared<ManagerRecorder>();
         c.arrange();
         auto manager = load();
@@ -224,7 +223,7 @@ TEST_F(DataFlowAdManagerTest, ReleasedManagerIsNeverCalledBack) {
         manager->loadAdData();
     }
     EXPECT_TRUE(logs.contains("dealloc: PeloraDataFlowAdManager"));
-    ASSERT_TRUE(server.waitForRequests(1, 5.0));
+    ASSERT_TRUE((tp.pump(), server.requestCount() >= 1));
     auto other = std::make_shared<ManagerRecorder>();
     auto alive = PeloraDataFlowAdManager::initWithSlot(slot);
     alive->setDelegate(other);

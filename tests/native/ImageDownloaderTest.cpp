@@ -5,13 +5,14 @@
 #include <string>
 
 #include "../splash/AdTestSupport.h"
+#include "FakeServer.h"
 #include "native/PeloraImageDownloader.h"
 #include "pelora/ui/ImageView.h"
 
 using namespace pelora;
 using pelora::platform::makeRect;
+using pelora::testing::FakeServer;
 using pelora::testing::LoopbackResponse;
-using pelora::testing::LoopbackServer;
 using pelora::testing::TestPlatform;
 
 namespace {
@@ -23,16 +24,13 @@ class ImageDownloadTest : public ::testing::Test {
         server.on("/a.png", adtest::png(a));
         server.on("/b.png", adtest::png(b));
         LoopbackResponse slow = adtest::png(a);
-        slow.delaySeconds = 30;  // released by the server's stop()
+        slow.delaySeconds = 30;  // on the manual clock: it never comes unless a test waits
         server.on("/slow.png", slow);
         server.on("/missing.png", LoopbackResponse::text("not here", 404));
         server.on("/text", LoopbackResponse::text("this is not an image"));
         server.on("/empty", LoopbackResponse::text(""));
     }
-    void TearDown() override {
-        PeloraNetwork::resetSessionsForTesting();
-        server.stop();
-    }
+    void TearDown() override { PeloraNetwork::resetSessionsForTesting(); }
 
     bool logged(const std::string& line) {
         return tp.waitFor([&] { return logs.contains(line); });
@@ -49,8 +47,8 @@ class ImageDownloadTest : public ::testing::Test {
 
     std::string a = adtest::pngA();
     std::string b = adtest::pngB();
-    TestPlatform tp;
-    LoopbackServer server;
+    TestPlatform tp{TestPlatform::NetworkKind::Fake};
+    FakeServer server{tp};
     adtest::LogCapture logs;
     std::shared_ptr<ui::ImageView> view = std::make_shared<ui::ImageView>(makeRect(0, 0, 50, 50));
 };
@@ -70,7 +68,7 @@ TEST_F(ImageDownloadTest, ImageArrivesWithItsSizeAndWasAskedForAsAnImage) {
 
 TEST_F(ImageDownloadTest, NewerUrlCancelsTheOlderDownloadAndOnlyItsImageShows) {
     pl_setImageUrl(*view, server.url("/slow.png"));
-    ASSERT_TRUE(server.waitForRequests(1, 5.0));  // the first is really under way
+    ASSERT_TRUE((tp.pump(), server.requestCount() >= 1));  // the first is really under way
     auto first = pl_downingTask(*view);
     pl_setImageUrl(*view, server.url("/b.png"));
     EXPECT_NE(pl_downingTask(*view), first);
@@ -124,7 +122,7 @@ TEST_F(ImageDownloadTest, ReleasedViewIsNotTouchedByItsDownload) {
     pl_setImageUrl(*view, server.url("/a.png"));
     view.reset();
     EXPECT_TRUE(weak.expired());  // the attached task does not keep the view alive
-    ASSERT_TRUE(server.waitForRequests(1, 5.0));
+    ASSERT_TRUE((tp.pump(), server.requestCount() >= 1));
     // The completion finds no view; a second view's download completes after it.
     auto other = std::make_shared<ui::ImageView>();
     pl_setImageUrl(*other, server.url("/b.png"));

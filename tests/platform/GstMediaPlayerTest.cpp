@@ -3,7 +3,6 @@
 // three seconds.
 
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <filesystem>
@@ -32,10 +31,9 @@ class GstMediaPlayerTest : public ::testing::Test {
   protected:
     void SetUp() override {
         if (!desktop::GstMediaPlayerService::available()) GTEST_SKIP() << "no GStreamer";
-        root = fs::temp_directory_path() / ("pelora-gst-" + std::to_string(::getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()
-                                                ->current_test_info()
-                                                ->name());
+        root = fs::temp_directory_path() /
+               ("pelora-gst-" + std::to_string(::getpid()) + "-" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::create_directories(root / "Caches" / "Pelora");
         for (const char* name : {"reward-3s.mp4", "reward-3s.webm", "reward-corrupt.mp4"})
             fs::copy_file(fs::path(PELORA_SOURCE_DIR) / "tools/sandbox/creatives" / name,
@@ -69,8 +67,8 @@ class GstMediaPlayerTest : public ::testing::Test {
         p->player = media->createPlayer(p->item);
         p->layer = ui::PlayerLayer::playerLayerWithPlayer(p->player);
         auto* raw = p.get();
-        p->status = p->item->observeStatus([raw] { raw->statuses.push_back(raw->item->status()); },
-                                           true);
+        p->status =
+            p->item->observeStatus([raw] { raw->statuses.push_back(raw->item->status()); }, true);
         p->ticks = p->player->addPeriodicTimeObserver(
             MediaTime{1, 1}, [raw](MediaTime t) { raw->times.push_back(t.seconds()); });
         if (play) p->player->play();
@@ -136,8 +134,8 @@ TEST_F(GstMediaPlayerTest, UrlsOutsideTheCachesOrOfOtherSchemesAreRefused) {
     adtest::LogCapture logs;
     for (const std::string& url :
          {std::string("ftp://127.0.0.1/a.mp4"), std::string("data:video/mp4;base64,AAAA"),
-          "file://" + (root / "outside.mp4").string(),
-          fileUrl("../../outside.mp4"), fileUrl("link.mp4"), std::string("file:///etc/passwd")}) {
+          "file://" + (root / "outside.mp4").string(), fileUrl("../../outside.mp4"),
+          fileUrl("link.mp4"), std::string("file:///etc/passwd")}) {
         SCOPED_TRACE(url);
         auto p = start(url);
         EXPECT_EQ(p->item->status(), PlayerItemStatus::Unknown) << "reported on the next turn";
@@ -152,8 +150,8 @@ TEST_F(GstMediaPlayerTest, UrlsOutsideTheCachesOrOfOtherSchemesAreRefused) {
 
 TEST_F(GstMediaPlayerTest, PausingStopsTimeAndTicksAndMutingIsThePlayers) {
     auto p = start(fileUrl("reward-3s.mp4"));
-    ASSERT_TRUE(runUntil(
-        [&] { return p->player->timeControlStatus() == TimeControlStatus::Playing; }, 10));
+    ASSERT_TRUE(
+        runUntil([&] { return p->player->timeControlStatus() == TimeControlStatus::Playing; }, 10));
     ASSERT_TRUE(runUntil([&] { return p->player->currentTime().seconds() > 0.3; }, 5));
     p->player->setMuted(true);
     EXPECT_TRUE(p->player->muted());

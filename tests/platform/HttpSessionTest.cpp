@@ -160,20 +160,6 @@ TEST_F(HttpSessionTest, SequentialRequestsReuseOneConnection) {
     EXPECT_EQ(server.connectionCount(), 1u);
 }
 
-TEST_F(HttpSessionTest, ServerThatNeverAnswersTimesOut) {
-    server.on("/hang", LoopbackResponse::hang());
-    auto session = makeSession();
-    Outcome out;
-    session->dataTask(request("/hang", 0.2), out.dataCompletion())->resume();
-    ASSERT_TRUE(out.wait());
-    EXPECT_EQ(out.errorCode(), URLError::kTimedOut);
-    EXPECT_EQ(out.error->domain, "NSURLErrorDomain");
-    EXPECT_EQ(out.error->description, "The request timed out.");
-    EXPECT_FALSE(out.data);
-    EXPECT_FALSE(out.response);
-    session.reset();
-}
-
 TEST_F(HttpSessionTest, ZeroOrNegativeTimeOutFallsBackToTheDefault) {
     server.on("/ok", LoopbackResponse::text("fine"));
     auto session = makeSession();

@@ -185,7 +185,7 @@ TEST_F(RunLoopTest, StopBeforeRunIsKeptForTheNextRun) {
     int ran = 0;
     loop.post([&] { ++ran; });
     loop.stop();
-    loop.run();  // would wait for an hour if the early stop were dropped
+    loop.run();         // would wait for an hour if the early stop were dropped
     EXPECT_EQ(ran, 0);  // returned at once; the work stays queued
     loop.pump();
     EXPECT_EQ(ran, 1);

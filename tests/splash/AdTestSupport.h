@@ -61,9 +61,8 @@ class LogCapture {
 // One ad of an answer, with impression and click tracking pointing at `server` (a loopback
 // or a fake server: anything with url()).
 template <class Server>
-nlohmann::json adJson(const Server& server, const std::string& adId,
-                             int creativeType = 2,
-                             std::optional<std::string> image = std::string("/img/splash.png")) {
+nlohmann::json adJson(const Server& server, const std::string& adId, int creativeType = 2,
+                      std::optional<std::string> image = std::string("/img/splash.png")) {
     nlohmann::json ad = {
         {"adId", adId},
         {"creativeType", creativeType},

@@ -18,8 +18,8 @@ using adtest::adJson;
 using adtest::answer;
 using pelora::platform::Error;
 using pelora::platform::makeRect;
-using pelora::testing::LoopbackResponse;
 using pelora::testing::FakeServer;
+using pelora::testing::LoopbackResponse;
 using pelora::testing::RecordedRequest;
 using pelora::testing::TestPlatform;
 

@@ -15,7 +15,7 @@ using pelora::testing::TestPlatform;
 namespace {
 
 struct Landing {
-    TestPlatform tp;
+    TestPlatform tp{TestPlatform::NetworkKind::Fake};
     std::shared_ptr<ui::Window> window =
         std::make_shared<ui::Window>(platform::makeRect(0, 0, 320, 480));
     std::shared_ptr<ui::ViewController> root = std::make_shared<ui::ViewController>();
@@ -105,7 +105,7 @@ TEST(InteractLandingPage, FailedExternalOpenIsRetriedOnceWithTheRepairedUrl) {
 }
 
 TEST(InteractDeepLink, SchemesOutsideTheRulesAreRefused) {
-    TestPlatform tp;
+    TestPlatform tp{TestPlatform::NetworkKind::Fake};
     auto handle = std::make_shared<PeloraInterInteractHandle>();
     std::vector<bool> results;
     for (const char* url :

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "FakeServer.h"
 #include "LoopbackServer.h"
 #include "TestPlatform.h"
 #include "core/PeloraNetwork.h"
@@ -15,8 +16,8 @@
 using namespace pelora;
 using pelora::platform::makeRect;
 using pelora::platform::UrlOpenPurpose;
+using pelora::testing::FakeServer;
 using pelora::testing::LoopbackResponse;
-using pelora::testing::LoopbackServer;
 using pelora::testing::RecordedRequest;
 using pelora::testing::TestPlatform;
 
@@ -83,8 +84,8 @@ class TrackEventTest : public ::testing::Test {
         return out;
     }
 
-    LoopbackServer server;
-    TestPlatform tp;
+    TestPlatform tp{TestPlatform::NetworkKind::Fake};
+    FakeServer server{tp};
     std::shared_ptr<ui::Window> window = std::make_shared<ui::Window>(makeRect(0, 0, 320, 480));
     std::shared_ptr<ui::View> container =
         std::make_shared<ui::View>(makeRect(20, 40, 300.9, 250.5));
