@@ -159,88 +159,115 @@ class RewardPrinter : public PeloraRewardVideoAdManagerDelegate {
     Outcome& outcome_;
 };
 
-int runLoad(const std::vector<std::string>& args) {
+struct LoadOptions {
+    std::string kind, slot, baseUrl, caFile;
+    double timeout = 3;
+    int64_t width = 0, height = 0;
+};
+
+// 0 when the arguments are usable, otherwise the usage error's exit status.
+int parseLoadOptions(const std::vector<std::string>& args, LoadOptions& out) {
     using namespace pelora::cli;
     auto parsed =
         parseArgs(args, {"kind", "slot", "base-url", "timeout", "width", "height", "ca-file"});
     if (!parsed.error.empty()) return usageError("load", parsed.error);
     if (!parsed.positional.empty())
         return usageError("load", "unexpected argument " + parsed.positional[0]);
-    std::string kind = parsed.has("kind") ? parsed.options["kind"] : "";
-    if (kind != "splash" && kind != "native" && kind != "reward")
+    out.kind = parsed.has("kind") ? parsed.options["kind"] : "";
+    if (out.kind != "splash" && out.kind != "native" && out.kind != "reward")
         return usageError("load", "--kind must be splash, native or reward");
     if (!parsed.has("slot")) return usageError("load", "--slot is required");
     if (!parsed.has("base-url")) return usageError("load", "--base-url is required");
-    double timeout = 3;
-    if (parsed.has("timeout") && (!parseDouble(parsed.options["timeout"], timeout) || timeout < 0))
+    out.slot = parsed.options["slot"];
+    out.baseUrl = parsed.options["base-url"];
+    if (parsed.has("timeout") &&
+        (!parseDouble(parsed.options["timeout"], out.timeout) || out.timeout < 0))
         return usageError("load", "--timeout needs a number of seconds");
-    int64_t width = 0;
-    int64_t height = 0;
-    if (parsed.has("width") && !parseInt64(parsed.options["width"], width))
+    if (parsed.has("width") && !parseInt64(parsed.options["width"], out.width))
         return usageError("load", "--width needs an integer");
-    if (parsed.has("height") && !parseInt64(parsed.options["height"], height))
+    if (parsed.has("height") && !parseInt64(parsed.options["height"], out.height))
         return usageError("load", "--height needs an integer");
-
     std::error_code ec;
-    if (parsed.has("ca-file") && !std::filesystem::is_regular_file(parsed.options["ca-file"], ec))
-        return usageError("load", "--ca-file must name a readable PEM file");
+    if (parsed.has("ca-file")) {
+        out.caFile = parsed.options["ca-file"];
+        if (!std::filesystem::is_regular_file(out.caFile, ec))
+            return usageError("load", "--ca-file must name a readable PEM file");
+    }
+    return 0;
+}
 
-    pelora::desktop::DesktopOptions options;
-    if (parsed.has("ca-file")) options.caBundlePath = parsed.options["ca-file"];
-    auto services = pelora::desktop::installDesktopPlatform(options);
-    PeloraConstConfig::setBaseUrlOverride(parsed.options["base-url"]);
-
-    Outcome outcome;
+// The loader of one kind with its printing delegate; both live until the command ends.
+struct Loader {
     std::shared_ptr<PeloraSplashAdView> splash;
-    std::shared_ptr<SplashPrinter> splashPrinter;
-    std::shared_ptr<PeloraDataFlowAdManager> manager;
-    std::shared_ptr<NativePrinter> nativePrinter;
+    std::shared_ptr<PeloraDataFlowAdManager> native;
     std::shared_ptr<PeloraRewardVideoAdManager> reward;
-    std::shared_ptr<RewardPrinter> rewardPrinter;
+    std::shared_ptr<void> printer;
+};
 
-    if (kind == "splash") {
-        auto screen = services.device->screenBounds();
-        splash = PeloraSplashAdView::initWithSlotID(parsed.options["slot"], screen);
-        if (!splash) {
+// Starts the load; false when it could not start (the reason is printed).
+bool startLoad(const LoadOptions& o, const pelora::platform::Services& services, Outcome& outcome,
+               Loader& loader) {
+    const auto seconds = static_cast<int64_t>(std::trunc(o.timeout));
+    if (o.kind == "splash") {
+        loader.splash = PeloraSplashAdView::initWithSlotID(o.slot, services.device->screenBounds());
+        if (!loader.splash) {
             std::cerr << "pelora: the splash view's interface file was not found (is "
                          "PeloraSDKBundle.bundle beside the program?)\n";
-            return 1;
+            return false;
         }
-        splashPrinter = std::make_shared<SplashPrinter>(outcome);
-        splash->setDelegate(splashPrinter);
-        splash->setTolerateTimeout(timeout);
-        splash->loadAdData();
-    } else if (kind == "reward") {
+        auto printer = std::make_shared<SplashPrinter>(outcome);
+        loader.printer = printer;
+        loader.splash->setDelegate(printer);
+        loader.splash->setTolerateTimeout(o.timeout);
+        loader.splash->loadAdData();
+    } else if (o.kind == "reward") {
         auto slot = std::make_shared<PeloraRewardVideoSlot>();
-        slot->slotId = parsed.options["slot"];
-        slot->tolerateTimeout = static_cast<int64_t>(std::trunc(timeout));
-        reward = PeloraRewardVideoAdManager::initWithSlot(slot);
-        rewardPrinter = std::make_shared<RewardPrinter>(outcome);
-        reward->setDelegate(rewardPrinter);
-        reward->loadAdData();
+        slot->slotId = o.slot;
+        slot->tolerateTimeout = seconds;
+        loader.reward = PeloraRewardVideoAdManager::initWithSlot(slot);
+        auto printer = std::make_shared<RewardPrinter>(outcome);
+        loader.printer = printer;
+        loader.reward->setDelegate(printer);
+        loader.reward->loadAdData();
     } else {
         auto slot = std::make_shared<PeloraDataFlowSlot>();
-        slot->slotId = parsed.options["slot"];
-        slot->tolerateTimeout = static_cast<int64_t>(std::trunc(timeout));
-        slot->slotWidth = width;
-        slot->slotHeight = height;
-        manager = PeloraDataFlowAdManager::initWithSlot(slot);
-        nativePrinter = std::make_shared<NativePrinter>(outcome);
-        manager->setDelegate(nativePrinter);
-        manager->loadAdData();
+        slot->slotId = o.slot;
+        slot->tolerateTimeout = seconds;
+        slot->slotWidth = o.width;
+        slot->slotHeight = o.height;
+        loader.native = PeloraDataFlowAdManager::initWithSlot(slot);
+        auto printer = std::make_shared<NativePrinter>(outcome);
+        loader.printer = printer;
+        loader.native->setDelegate(printer);
+        loader.native->loadAdData();
     }
+    return true;
+}
+
+int runLoad(const std::vector<std::string>& args) {
+    LoadOptions o;
+    if (int status = parseLoadOptions(args, o)) return status;
+
+    pelora::desktop::DesktopOptions options;
+    options.caBundlePath = o.caFile;
+    auto services = pelora::desktop::installDesktopPlatform(options);
+    PeloraConstConfig::setBaseUrlOverride(o.baseUrl);
+
+    Outcome outcome;
+    Loader loader;
+    if (!startLoad(o, services, outcome, loader)) return 1;
 
     // The request's own time-out ends every load; the margin covers a platform that rounds
-    // a time-out of 0 up to its default.
+    // a time-out of 0 up to its default, and a video download.
     auto& loop = *services.mainRunLoop;
-    double limit = std::max(timeout, 1.0) + 65.0;
+    double limit = std::max(o.timeout, 1.0) + 65.0;
     loop.runUntil([&] { return outcome.done; }, loop.clock().monotonicSeconds() + limit);
     if (!outcome.done) {
         std::cerr << "pelora: the load reported nothing in time\n";
         return 1;
     }
     // Stop the countdown a loaded splash started: the command ends with the load's outcome.
-    if (splash) splash->stopTimer();
+    if (loader.splash) loader.splash->stopTimer();
     return outcome.status;
 }
 
