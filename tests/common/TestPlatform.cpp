@@ -30,9 +30,7 @@ TestPlatform::TestPlatform(ClockKind kind, NetworkKind network) {
         http = fake;
     } else {
         loop = std::make_shared<desktop::EventRunLoop>(clock);
-        traffic = std::make_shared<CountingHttpSessionFactory>(
-            std::make_shared<desktop::CurlHttpSessionFactory>());
-        http = traffic;
+        http = std::make_shared<desktop::CurlHttpSessionFactory>();
     }
     desktop::DesktopFileSystem::Options fileOptions;
     fileOptions.bundleIdentifier = "com.example.demohost";
@@ -79,12 +77,9 @@ size_t TestPlatform::pump() {
     return loop->pump();
 }
 
-bool TestPlatform::waitForNetworkIdle(double realSeconds) {
-    if (fake) {
-        loop->pump();
-        return true;
-    }
-    return waitFor([this] { return traffic->outstanding() == 0; }, realSeconds);
+bool TestPlatform::settle() {
+    loop->pump();
+    return !fake || fake->pendingCount() == 0;
 }
 
 bool TestPlatform::waitFor(const std::function<bool()>& predicate, double realSeconds) {

@@ -4,7 +4,6 @@
 #include <memory>
 #include <string>
 
-#include "CountingHttp.h"
 #include "pelora/desktop/DesktopFileSystem.h"
 #include "pelora/desktop/EventRunLoop.h"
 #include "pelora/platform/Services.h"
@@ -27,8 +26,7 @@ namespace pelora::testing {
 // With NetworkKind::Loopback (the backends' own tests and end-to-end flows):
 //  - clock: a ManualClock (default) or the system clock;
 //  - mainRunLoop: an EventRunLoop on that clock;
-//  - http: the real libcurl session factory (talk only to a LoopbackServer) behind `traffic`,
-//    which counts, records and on request fails what the SDK sends.
+//  - http: the real libcurl session factory (talk only to a LoopbackServer).
 // Both:
 //  - files: DesktopFileSystem rooted in a fresh temporary directory, removed at destruction;
 //  - device: FakeDeviceInfo with realistic defaults; reachability: FakeReachabilityService;
@@ -69,9 +67,8 @@ class TestPlatform {
     size_t advance(double seconds);
     // Runs whatever is due now.
     size_t pump();
-    // Runs the loop until every HTTP task created through `http` has completed (so a loopback
-    // server has recorded every request the SDK issued), bounded in real seconds.
-    bool waitForNetworkIdle(double realSeconds = 10.0);
+    // Runs what is due; true when the fake network holds no unanswered request.
+    bool settle();
 
     std::string rootDirectory() const { return root_; }
     std::string cachesDirectory() const { return root_ + "/Caches"; }
@@ -79,10 +76,9 @@ class TestPlatform {
     std::shared_ptr<ManualClock> manualClock;  // null with ClockKind::System
     std::shared_ptr<platform::Clock> clock;
     std::shared_ptr<platform::RunLoop> loop;
-    std::shared_ptr<ManualRunLoop> manualLoop;            // NetworkKind::Fake only
-    std::shared_ptr<platform::HttpSessionFactory> http;   // `traffic` or `fake`
-    std::shared_ptr<CountingHttpSessionFactory> traffic;  // NetworkKind::Loopback only
-    std::shared_ptr<FakeHttpSessionFactory> fake;         // NetworkKind::Fake only
+    std::shared_ptr<ManualRunLoop> manualLoop;           // NetworkKind::Fake only
+    std::shared_ptr<platform::HttpSessionFactory> http;  // `traffic` or `fake`
+    std::shared_ptr<FakeHttpSessionFactory> fake;        // NetworkKind::Fake only
     std::shared_ptr<desktop::DesktopFileSystem> files;
     std::shared_ptr<FakeDeviceInfo> device;
     std::shared_ptr<FakeReachabilityService> reachability;

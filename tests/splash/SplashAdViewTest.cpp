@@ -104,7 +104,7 @@ class SplashAdViewTest : public ::testing::Test {
 
     // Every request issued so far has been answered once this returns.
     std::vector<RecordedRequest> settle() {
-        EXPECT_TRUE(tp.waitForNetworkIdle());
+        tp.settle();
         return server.requests();
     }
 

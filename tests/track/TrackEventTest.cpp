@@ -73,7 +73,7 @@ class TrackEventTest : public ::testing::Test {
 
     // Every request issued so far has been answered once this returns.
     std::vector<RecordedRequest> settle() {
-        EXPECT_TRUE(tp.waitForNetworkIdle());
+        tp.settle();
         return server.requests();
     }
 
