@@ -1,0 +1,392 @@
+// Reading JSON into records: one set of coercion rules over parsed bytes and dictionaries.
+
+#include <locale.h>
+#include <simdjson.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <clocale>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <unordered_map>
+
+#include "support/PeloraYYModel.h"
+#include "support/PeloraYYValueViews.h"
+
+// ---- one set of coercion rules over two kinds of input ---------------------------------------
+
+namespace {
+
+struct MapContext {
+    std::string* whyNot = nullptr;
+    bool tooDeep = false;
+
+    void refuseDepth() {
+        if (!tooDeep && whyNot)
+            *whyNot = "input nests deeper than " + std::to_string(kPeloraYYMaxDepth) + " levels";
+        tooDeep = true;
+    }
+};
+
+template <class V>
+bool setWithObject(const _PeloraYYModelMeta& meta, void* model, V dict, int depth, MapContext& ctx,
+                   bool transformed = false);
+
+template <class V>
+std::shared_ptr<void> newModelFrom(const _PeloraYYModelMeta& meta, V dict, int depth,
+                                   MapContext& ctx) {
+    if (depth >= kPeloraYYMaxDepth) {
+        ctx.refuseDepth();
+        return nullptr;
+    }
+    std::shared_ptr<void> one = meta.schema.newInstance();
+    // A nested record is kept even when its own hooks refuse the input, as a fresh record.
+    setWithObject(meta, one.get(), dict, depth + 1, ctx);
+    return one;
+}
+
+template <class V>
+PeloraYYNumber numberOf(V value) {
+    PeloraYYNumber n;
+    switch (value.kind()) {
+        case VKind::Bool:
+            n.kind = PeloraYYNumber::Int;
+            n.i = value.boolean() ? 1 : 0;
+            break;
+        case VKind::Int:
+            n.kind = PeloraYYNumber::Int;
+            n.i = value.int64();
+            break;
+        case VKind::UInt:
+            n.kind = PeloraYYNumber::UInt;
+            n.u = value.uint64();
+            break;
+        case VKind::Real:
+            n.kind = PeloraYYNumber::Real;
+            n.d = value.real();
+            if (!std::isfinite(n.d)) n.kind = PeloraYYNumber::None;
+            break;
+        case VKind::String:
+            n = plyy_numberFromText(value.text());
+            break;
+        default:
+            break;  // null and containers: no number, the property becomes 0
+    }
+    return n;
+}
+
+template <class V>
+void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
+                 MapContext& ctx) {
+    const VKind kind = value.kind();
+    const auto& a = p.access;
+    switch (p.type) {
+        case PeloraYYEncodingType::Bool:
+        case PeloraYYEncodingType::Int8:
+        case PeloraYYEncodingType::UInt8:
+        case PeloraYYEncodingType::Int16:
+        case PeloraYYEncodingType::UInt16:
+        case PeloraYYEncodingType::Int32:
+        case PeloraYYEncodingType::UInt32:
+        case PeloraYYEncodingType::Int64:
+        case PeloraYYEncodingType::UInt64:
+        case PeloraYYEncodingType::Float:
+        case PeloraYYEncodingType::Double:
+            a.setNumber(model, numberOf(value));
+            return;
+        case PeloraYYEncodingType::String:
+            if (kind == VKind::Null) {
+                a.setText(model, std::nullopt);
+            } else if (kind == VKind::String) {
+                a.setText(model, std::string(value.text()));
+            } else if (kind != VKind::Array && kind != VKind::Object) {
+                a.setText(model, numberText(numberOf(value)));
+            }
+            return;
+        case PeloraYYEncodingType::Date:
+            if (kind == VKind::Null) {
+                a.setDate(model, std::nullopt);
+            } else if (kind == VKind::String) {
+                a.setDate(model, plyy_dateFromString(value.text()));
+            }
+            return;
+        case PeloraYYEncodingType::StringList:
+            if (kind == VKind::Null) {
+                a.setTextList(model, std::nullopt);
+            } else if (kind == VKind::Array) {
+                // Elements that already are text are kept; anything else is not an element of
+                // this list and is dropped.
+                std::vector<std::string> list;
+                list.reserve(value.arraySize());
+                value.eachElement([&](V one) {
+                    if (one.kind() == VKind::String) list.emplace_back(one.text());
+                });
+                a.setTextList(model, std::move(list));
+            }
+            return;
+        case PeloraYYEncodingType::Dictionary:
+            if (kind == VKind::Null) {
+                a.setDictionary(model, std::nullopt);
+            } else if (kind == VKind::Object) {
+                nlohmann::json copy = value.toJson();
+                if (!withinDepth(copy, depth)) return ctx.refuseDepth();
+                a.setDictionary(model, std::move(copy));
+            }
+            return;
+        case PeloraYYEncodingType::Model:
+            if (kind == VKind::Null) {
+                a.setModel(model, nullptr);
+            } else if (kind == VKind::Object) {
+                auto one = newModelFrom(a.elementMeta(), value, depth, ctx);
+                if (one) a.setModel(model, std::move(one));
+            }
+            return;
+        case PeloraYYEncodingType::ModelList:
+            if (kind == VKind::Null) {
+                a.setModelList(model, std::nullopt);
+            } else if (kind == VKind::Array) {
+                const _PeloraYYModelMeta& element = a.elementMeta();
+                std::vector<std::shared_ptr<void>> list;
+                list.reserve(value.arraySize());
+                value.eachElement([&](V one) {
+                    if (ctx.tooDeep || one.kind() != VKind::Object) return;
+                    if (auto made = newModelFrom(element, one, depth + 1, ctx))
+                        list.push_back(std::move(made));
+                });
+                if (!ctx.tooDeep) a.setModelList(model, std::move(list));
+            }
+            return;
+        case PeloraYYEncodingType::ModelDictionary:
+            if (kind == VKind::Null) {
+                a.setModelDictionary(model, std::nullopt);
+            } else if (kind == VKind::Object) {
+                const _PeloraYYModelMeta& element = a.elementMeta();
+                std::map<std::string, std::shared_ptr<void>> map;
+                value.eachEntry([&](std::string_view key, V one) {
+                    if (ctx.tooDeep || one.kind() != VKind::Object) return;
+                    if (auto made = newModelFrom(element, one, depth + 1, ctx))
+                        map.insert_or_assign(std::string(key), std::move(made));
+                });
+                if (!ctx.tooDeep) a.setModelDictionary(model, std::move(map));
+            }
+            return;
+    }
+}
+
+template <class V>
+std::optional<V> lookupPath(V dict, const std::vector<std::string>& path) {
+    std::optional<V> current = dict;
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        if (current->kind() != VKind::Object) return std::nullopt;
+        current = current->find(path[i]);
+        if (!current) return std::nullopt;
+    }
+    return current;
+}
+
+template <class V>
+std::optional<V> lookup(const _PeloraYYModelPropertyMeta& p, V dict) {
+    if (p.isMultiKey()) {
+        for (const auto& candidate : p.mappedToKeyArray) {
+            if (auto v = lookupPath(dict, candidate)) return v;
+        }
+        return std::nullopt;
+    }
+    if (p.isKeyPath()) return lookupPath(dict, p.mappedToKeyPath);
+    return dict.find(p.mappedToKey);
+}
+
+template <class V>
+bool setWithObject(const _PeloraYYModelMeta& meta, void* model, V dict, int depth, MapContext& ctx,
+                   bool transformed) {
+    if (dict.kind() != VKind::Object) return false;
+    if (meta.allPropertyMetas.empty()) return false;
+    if (depth > kPeloraYYMaxDepth) {
+        ctx.refuseDepth();
+        return false;
+    }
+    const auto& s = meta.schema;
+    if (s.willTransform && !transformed) {
+        const nlohmann::json original = dict.toJson();
+        nlohmann::json replaced;
+        if (!s.willTransform(model, original, replaced)) return false;
+        return setWithObject(meta, model, JsonView{&replaced}, depth, ctx, true) && !ctx.tooDeep;
+    }
+
+    if (meta.keyMappedCount >= dict.objectSize()) {
+        dict.eachEntry([&](std::string_view key, V value) {
+            if (ctx.tooDeep) return;
+            for (const auto* p = meta.mapper.find(key); p != nullptr; p = p->next)
+                setProperty(*p, model, value, depth, ctx);
+        });
+        for (const auto* p : meta.keyPathPropertyMetas) {
+            if (auto v = lookup(*p, dict)) setProperty(*p, model, *v, depth, ctx);
+        }
+        for (const auto* p : meta.multiKeysPropertyMetas) {
+            if (auto v = lookup(*p, dict)) setProperty(*p, model, *v, depth, ctx);
+        }
+    } else {
+        for (const auto& p : meta.allPropertyMetas) {
+            if (ctx.tooDeep) break;
+            if (auto v = lookup(p, dict)) setProperty(p, model, *v, depth, ctx);
+        }
+    }
+    if (ctx.tooDeep) return false;
+    if (s.transformFromDictionary) return s.transformFromDictionary(model, dict.toJson());
+    return true;
+}
+
+// One reusable parser per thread: answers are parsed on whichever thread maps them, and the
+// parser's buffers are kept between answers.
+simdjson::dom::parser& threadParser() {
+    thread_local simdjson::dom::parser parser;
+    return parser;
+}
+
+std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::string* whyNot) {
+    simdjson::dom::parser& parser = threadParser();
+    if (parser.capacity() < bytes.size() || parser.max_depth() != kPeloraYYMaxDepth) {
+        const std::size_t capacity = std::max<std::size_t>(bytes.size(), 4096);
+        if (auto err = parser.allocate(capacity, kPeloraYYMaxDepth)) {
+            if (whyNot) *whyNot = std::string("cannot parse JSON: ") + simdjson::error_message(err);
+            return std::nullopt;
+        }
+    }
+    // The parser reads a little past the end of its input; the bytes are copied into a
+    // padded buffer kept per thread, instead of a fresh allocation for every answer.
+    thread_local std::unique_ptr<char[]> padded;
+    thread_local std::size_t paddedCapacity = 0;
+    if (paddedCapacity < bytes.size() + simdjson::SIMDJSON_PADDING) {
+        paddedCapacity = std::max(bytes.size() + simdjson::SIMDJSON_PADDING, paddedCapacity * 2);
+        padded.reset(new char[paddedCapacity]);
+    }
+    if (!bytes.empty()) std::memcpy(padded.get(), bytes.data(), bytes.size());
+    std::memset(padded.get() + bytes.size(), 0, simdjson::SIMDJSON_PADDING);
+    simdjson::dom::element root;
+    if (auto err = parser.parse(padded.get(), bytes.size(), false).get(root)) {
+        if (whyNot) {
+            *whyNot =
+                err == simdjson::DEPTH_ERROR
+                    ? "input nests deeper than " + std::to_string(kPeloraYYMaxDepth) + " levels"
+                    : std::string("not valid JSON: ") + simdjson::error_message(err);
+        }
+        return std::nullopt;
+    }
+    return root;
+}
+
+}  // namespace
+
+bool plyy_isValidJSON(std::string_view bytes, std::string* whyNot) {
+    return parseBytes(bytes, whyNot).has_value();
+}
+
+std::shared_ptr<void> _plyy_modelWithBytes(const _PeloraYYModelMeta& meta, std::string_view bytes,
+                                           std::string* whyNot) {
+    auto root = parseBytes(bytes, whyNot);
+    if (!root) return nullptr;
+    SimdView view{*root};
+    if (view.kind() != VKind::Object) {
+        if (whyNot) *whyNot = "the JSON text is not an object";
+        return nullptr;
+    }
+    std::shared_ptr<void> one = meta.schema.newInstance();
+    MapContext ctx{whyNot};
+    if (!setWithObject(meta, one.get(), view, 0, ctx)) {
+        if (whyNot && !ctx.tooDeep) *whyNot = "the object does not map onto " + meta.className;
+        return nullptr;
+    }
+    return one;
+}
+
+std::shared_ptr<void> _plyy_modelWithDictionary(const _PeloraYYModelMeta& meta,
+                                                const nlohmann::json& dict, std::string* whyNot) {
+    if (!dict.is_object()) {
+        if (whyNot) *whyNot = "input is not a JSON object";
+        return nullptr;
+    }
+    std::shared_ptr<void> one = meta.schema.newInstance();
+    if (!_plyy_modelSetWithDictionary(meta, one.get(), dict, whyNot)) return nullptr;
+    return one;
+}
+
+bool _plyy_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::string_view bytes,
+                             std::string* whyNot) {
+    auto root = parseBytes(bytes, whyNot);
+    if (!root) return false;
+    MapContext ctx{whyNot};
+    if (!setWithObject(meta, model, SimdView{*root}, 0, ctx)) {
+        if (whyNot && !ctx.tooDeep) *whyNot = "the JSON text does not map onto " + meta.className;
+        return false;
+    }
+    return true;
+}
+
+bool _plyy_modelSetWithDictionary(const _PeloraYYModelMeta& meta, void* model,
+                                  const nlohmann::json& dict, std::string* whyNot) {
+    MapContext ctx{whyNot};
+    if (!setWithObject(meta, model, JsonView{&dict}, 0, ctx)) {
+        if (whyNot && !ctx.tooDeep) *whyNot = "the dictionary does not map onto " + meta.className;
+        return false;
+    }
+    return true;
+}
+
+namespace {
+
+template <class V>
+std::vector<std::shared_ptr<void>> arrayOf(const _PeloraYYModelMeta& meta, V array) {
+    std::vector<std::shared_ptr<void>> out;
+    if (array.kind() != VKind::Array) return out;
+    array.eachElement([&](V one) {
+        if (one.kind() != VKind::Object) return;
+        std::shared_ptr<void> made = meta.schema.newInstance();
+        MapContext ctx;
+        if (setWithObject(meta, made.get(), one, 1, ctx)) out.push_back(std::move(made));
+    });
+    return out;
+}
+
+template <class V>
+std::map<std::string, std::shared_ptr<void>> dictionaryOf(const _PeloraYYModelMeta& meta, V dict) {
+    std::map<std::string, std::shared_ptr<void>> out;
+    if (dict.kind() != VKind::Object) return out;
+    dict.eachEntry([&](std::string_view key, V one) {
+        if (one.kind() != VKind::Object) return;
+        std::shared_ptr<void> made = meta.schema.newInstance();
+        MapContext ctx;
+        if (setWithObject(meta, made.get(), one, 1, ctx))
+            out.insert_or_assign(std::string(key), std::move(made));
+    });
+    return out;
+}
+
+}  // namespace
+
+std::vector<std::shared_ptr<void>> _plyy_modelArrayWithBytes(const _PeloraYYModelMeta& meta,
+                                                             std::string_view bytes) {
+    auto root = parseBytes(bytes, nullptr);
+    if (!root) return {};
+    return arrayOf(meta, SimdView{*root});
+}
+
+std::vector<std::shared_ptr<void>> _plyy_modelArrayWithJSON(const _PeloraYYModelMeta& meta,
+                                                            const nlohmann::json& array) {
+    return arrayOf(meta, JsonView{&array});
+}
+
+std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithBytes(
+    const _PeloraYYModelMeta& meta, std::string_view bytes) {
+    auto root = parseBytes(bytes, nullptr);
+    if (!root) return {};
+    return dictionaryOf(meta, SimdView{*root});
+}
+
+std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithJSON(
+    const _PeloraYYModelMeta& meta, const nlohmann::json& dict) {
+    return dictionaryOf(meta, JsonView{&dict});
+}
