@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 # Object files are shared through ccache between build trees and clones side by side.
 export CCACHE_BASEDIR="${CCACHE_BASEDIR:-$(cd .. && pwd)}"
+export CCACHE_NOHASHDIR="${CCACHE_NOHASHDIR:-1}"
 
 if [ "${PELORA_SANITIZE:-0}" = "1" ]; then
   BUILD_DIR=${BUILD_DIR:-build-asan}

@@ -62,14 +62,13 @@ const _PeloraYYModelPropertyMeta* _PeloraYYKeyTable::find(std::string_view key) 
     }
 }
 
-_PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
-    _PeloraYYModelMeta meta;
-    meta.cls = schema.cls;
-    meta.className = schema.className;
+namespace {
 
-    // Later declarations of a name replace earlier ones (a subclass over its base).
+// The declared properties that count: later declarations of a name replace earlier ones (a
+// subclass over its base), then the black and white lists apply.
+std::vector<_PeloraYYPropertyDecl> effectiveProperties(const _PeloraYYModelSchema& schema) {
     std::vector<_PeloraYYPropertyDecl> properties;
-    for (auto& decl : schema.properties) {
+    for (const auto& decl : schema.properties) {
         auto same = std::find_if(properties.begin(), properties.end(),
                                  [&](const auto& p) { return p.name == decl.name; });
         if (same != properties.end()) {
@@ -84,9 +83,59 @@ _PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
     if (schema.whitelist) {
         std::erase_if(properties, [&](const auto& p) { return !schema.whitelist->count(p.name); });
     }
+    return properties;
+}
 
+// The key, key path or list of keys the custom mapper gives a property.
+void applyKeyMapping(_PeloraYYModelPropertyMeta& p, const PeloraYYKeyMapping& mapping) {
+    if (const auto* key = std::get_if<std::string>(&mapping)) {
+        auto path = splitKeyPath(*key);
+        if (path.size() == 1) {
+            p.mappedToKey = path.front();
+        } else if (path.size() > 1) {
+            p.mappedToKey = *key;
+            p.mappedToKeyPath = std::move(path);
+        }
+        return;
+    }
+    bool first = true;
+    for (const auto& one : std::get<std::vector<std::string>>(mapping)) {
+        auto path = splitKeyPath(one);
+        if (path.empty()) continue;
+        if (first) {
+            p.mappedToKey = path.size() == 1 ? path.front() : one;
+            if (path.size() > 1) p.mappedToKeyPath = path;
+            first = false;
+        }
+        p.mappedToKeyArray.push_back(std::move(path));
+    }
+}
+
+// The order and pre-quoted keys of the direct byte writer: by key, as a dumped dictionary.
+void buildWriteOrder(_PeloraYYModelMeta& meta) {
+    meta.writeOrder.reserve(meta.allPropertyMetas.size());
+    for (const auto& p : meta.allPropertyMetas)
+        meta.writeOrder.push_back({&p, _plyy_dumpJSON(p.mappedToKey) + ':', false});
+    std::stable_sort(meta.writeOrder.begin(), meta.writeOrder.end(),
+                     [](const auto& a, const auto& b) {
+                         return a.property->mappedToKey < b.property->mappedToKey;
+                     });
+    for (std::size_t i = 1; i < meta.writeOrder.size(); ++i) {
+        meta.writeOrder[i].sameKeyAsPrevious = meta.writeOrder[i].property->mappedToKey ==
+                                               meta.writeOrder[i - 1].property->mappedToKey;
+    }
+}
+
+}  // namespace
+
+_PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
+    _PeloraYYModelMeta meta;
+    meta.cls = schema.cls;
+    meta.className = schema.className;
+
+    const auto properties = effectiveProperties(schema);
     meta.allPropertyMetas.reserve(properties.size());
-    for (auto& decl : properties) {
+    for (const auto& decl : properties) {
         _PeloraYYModelPropertyMeta p;
         p.name = decl.name;
         p.type = decl.type;
@@ -95,36 +144,16 @@ _PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
         p.mappedToKey = decl.name;
         if (schema.customPropertyMapper) {
             auto it = schema.customPropertyMapper->find(decl.name);
-            if (it != schema.customPropertyMapper->end()) {
-                if (const auto* key = std::get_if<std::string>(&it->second)) {
-                    auto path = splitKeyPath(*key);
-                    if (path.size() == 1) {
-                        p.mappedToKey = path.front();
-                    } else if (path.size() > 1) {
-                        p.mappedToKey = *key;
-                        p.mappedToKeyPath = std::move(path);
-                    }
-                } else {
-                    bool first = true;
-                    for (const auto& one : std::get<std::vector<std::string>>(it->second)) {
-                        auto path = splitKeyPath(one);
-                        if (path.empty()) continue;
-                        if (first) {
-                            p.mappedToKey = path.size() == 1 ? path.front() : one;
-                            if (path.size() > 1) p.mappedToKeyPath = path;
-                            first = false;
-                        }
-                        p.mappedToKeyArray.push_back(std::move(path));
-                    }
-                }
-            }
+            if (it != schema.customPropertyMapper->end()) applyKeyMapping(p, it->second);
         }
         meta.allPropertyMetas.push_back(std::move(p));
     }
     // Pointers into allPropertyMetas are taken only now that it no longer grows; the vector
     // is moved with the description, which keeps its buffer.
     meta.mapper.reserve(meta.allPropertyMetas.size());
+    bool anyKeyPath = false;
     for (auto& p : meta.allPropertyMetas) {
+        anyKeyPath = anyKeyPath || p.isKeyPath();
         if (p.isMultiKey()) {
             meta.multiKeysPropertyMetas.push_back(&p);
         } else if (p.isKeyPath()) {
@@ -136,20 +165,7 @@ _PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
             ++meta.keyMappedCount;
         }
     }
-    meta.writeOrder.reserve(meta.allPropertyMetas.size());
-    bool anyKeyPath = false;
-    for (const auto& p : meta.allPropertyMetas) {
-        meta.writeOrder.push_back({&p, _plyy_dumpJSON(p.mappedToKey) + ':', false});
-        anyKeyPath = anyKeyPath || p.isKeyPath();
-    }
-    std::stable_sort(meta.writeOrder.begin(), meta.writeOrder.end(),
-                     [](const auto& a, const auto& b) {
-                         return a.property->mappedToKey < b.property->mappedToKey;
-                     });
-    for (std::size_t i = 1; i < meta.writeOrder.size(); ++i) {
-        meta.writeOrder[i].sameKeyAsPrevious = meta.writeOrder[i].property->mappedToKey ==
-                                               meta.writeOrder[i - 1].property->mappedToKey;
-    }
+    buildWriteOrder(meta);
     meta.writesDirectly = !anyKeyPath && schema.transformToDictionary == nullptr;
     meta.schema = std::move(schema);
     meta.schema.properties.clear();
