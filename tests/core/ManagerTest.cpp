@@ -146,16 +146,6 @@ TEST_F(FreshProcess, TwoThreadsAtOnceGetTheSameManager) {
         ::testing::ExitedWithCode(0), "");
 }
 
-TEST(Manager, ManyThreadsSeeOneInstance) {
-    std::vector<std::shared_ptr<PeloraSDKManager>> seen(8);
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < seen.size(); ++i) {
-        threads.emplace_back([&seen, i] { seen[i] = PeloraSDKManager::shareManager(); });
-    }
-    for (auto& t : threads) t.join();
-    for (const auto& m : seen) EXPECT_EQ(m, seen[0]);
-}
-
 TEST(Manager, PublicInitIsInert) {
     auto reach = installFakes();
     auto own = PeloraSDKManager::init();
@@ -166,12 +156,6 @@ TEST(Manager, PublicInitIsInert) {
     own->setInstanceAppID(std::string("mine"));
     EXPECT_NE(PeloraSDKManager::appID(), std::optional<std::string>("mine"));
     installServices(Services{});
-}
-
-TEST(Manager, IdentityConstants) {
-    EXPECT_EQ(PeloraSDKManager::sdkVersion(), "1.0");
-    EXPECT_EQ(PeloraSDKManager::sdkBuildVersion(), int64_t{1});
-    EXPECT_EQ(PeloraSDKManager::sdkName(), "PeloraSDK");
 }
 
 TEST(ConstConfig, FetchUrlIsTheOriginPlusTheFetchPath) {
