@@ -7,6 +7,7 @@
 #include "core/PeloraNetwork.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
+#include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
 
 using pelora::platform::HttpRequest;
@@ -75,6 +76,7 @@ void setPl_downingTask(pelora::ui::ImageView& view, std::shared_ptr<HttpTask> ta
 }
 
 void pl_setImageUrl(pelora::ui::ImageView& view, const std::optional<std::string>& url) {
+    PELORA_DCHECK_ON_MAIN_THREAD("pl_setImageUrl");
     HttpRequest request;
     request.url = url.value_or("");
     request.addValue("image/*", "Accept");
