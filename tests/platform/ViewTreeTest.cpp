@@ -362,3 +362,43 @@ TEST(ViewControllerPresentation, NavigationStackPushAndPop) {
     EXPECT_EQ(nav->popViewControllerAnimated(true), nullptr);  // the root stays
     EXPECT_EQ(nav->viewControllers().size(), 1u);
 }
+
+namespace {
+
+TEST(ViewGeometry, AutoresizingSharesASizeChangeAmongTheFlexibleParts) {
+    auto root = std::make_shared<View>(makeRect(0, 0, 375, 667));
+    auto fill = std::make_shared<View>(makeRect(0, 0, 375, 667));
+    fill->setAutoresizingMask(AutoresizingFlexibleWidth | AutoresizingFlexibleHeight);
+    auto corner = std::make_shared<View>(makeRect(323, 44, 36, 36));
+    corner->setAutoresizingMask(AutoresizingFlexibleLeftMargin | AutoresizingFlexibleBottomMargin);
+    auto centred = std::make_shared<View>(makeRect(155, 300, 64, 64));
+    centred->setAutoresizingMask(45);  // every margin flexible
+    auto fixed = std::make_shared<View>(makeRect(10, 10, 20, 20));
+    for (auto& v : {fill, corner, centred, fixed}) root->addSubview(v);
+
+    root->setFrame(makeRect(0, 0, 750, 1334));
+    EXPECT_EQ(fill->frame(), makeRect(0, 0, 750, 1334));
+    EXPECT_EQ(corner->frame(), makeRect(698, 44, 36, 36));  // keeps its right margin
+    // The margins (155 and 156 points) take the 375 new points in proportion to their lengths.
+    EXPECT_DOUBLE_EQ(centred->frame().origin.x, 155 + 375.0 * 155 / 311);
+    EXPECT_EQ(centred->frame().size, (pelora::platform::Size{64, 64}));
+    EXPECT_EQ(fixed->frame(), makeRect(10, 10, 20, 20));
+}
+
+TEST(ViewControllerPresentation, NavigationPassesAppearanceToItsTopController) {
+    struct Watching : ViewController {
+        std::vector<std::string> seen;
+        void viewWillAppear(bool) override { seen.push_back("willAppear"); }
+        void viewWillDisappear(bool) override { seen.push_back("willDisappear"); }
+    };
+    auto window = std::make_shared<Window>(makeRect(0, 0, 375, 667));
+    auto root = std::make_shared<ViewController>();
+    window->setRootViewController(root);
+    auto page = std::make_shared<Watching>();
+    auto nav = NavigationController::initWithRootViewController(page);
+    root->presentViewController(nav, true, nullptr);
+    nav->dismissViewControllerAnimated(true, nullptr);
+    EXPECT_EQ(page->seen, (std::vector<std::string>{"willAppear", "willDisappear"}));
+}
+
+}  // namespace
