@@ -15,22 +15,6 @@
 
 namespace pelora::desktop {
 
-class EventRunLoop::TimerImpl final : public platform::Timer {
-  public:
-    TimerImpl(double due, double interval, bool repeats, uint64_t seq,
-              std::function<void(platform::Timer&)> fire)
-        : due(due), interval(interval), repeats(repeats), seq(seq), fire(std::move(fire)) {}
-    void invalidate() override { valid = false; }
-    bool isValid() const override { return valid; }
-
-    double due;
-    double interval;
-    bool repeats;
-    uint64_t seq;
-    std::function<void(platform::Timer&)> fire;
-    std::atomic<bool> valid{true};
-};
-
 class EventRunLoop::WatchImpl final : public platform::Timer {
   public:
     WatchImpl(int fd, uint64_t id, std::function<void()> readable)
@@ -132,11 +116,7 @@ std::shared_ptr<platform::Timer> EventRunLoop::scheduleTimer(
     // A zero or negative interval behaves as a very short one, so a repeating timer can
     // never spin the loop.
     interval = std::max(interval, 0.0001);
-    std::lock_guard lock(mutex_);
-    auto timer = std::make_shared<TimerImpl>(clock_->monotonicSeconds() + interval, interval,
-                                             repeats, timerSequence_++, std::move(fire));
-    timers_.push_back(timer);
-    return timer;
+    return timers_.schedule(clock_->monotonicSeconds(), interval, repeats, std::move(fire));
 }
 
 void EventRunLoop::bindThread() {
@@ -161,44 +141,13 @@ bool EventRunLoop::isLoopThread() const {
 }
 
 double EventRunLoop::nextTimerDelay() const {
-    std::lock_guard lock(mutex_);
-    double best = std::numeric_limits<double>::infinity();
-    for (const auto& t : timers_) {
-        if (t->valid) best = std::min(best, t->due);
-    }
-    if (std::isinf(best)) return -1.0;
-    return std::max(0.0, best - clock_->monotonicSeconds());
+    const double due = timers_.nextDue();
+    if (due < 0) return -1.0;
+    return std::max(0.0, due - clock_->monotonicSeconds());
 }
 
 size_t EventRunLoop::fireDueTimers() {
-    size_t fired = 0;
-    const double now = clock_->monotonicSeconds();
-    for (;;) {
-        std::shared_ptr<TimerImpl> next;
-        {
-            std::lock_guard lock(mutex_);
-            std::erase_if(timers_, [](const auto& t) { return !t->valid; });
-            for (const auto& t : timers_) {
-                if (t->due <= now &&
-                    (!next || t->due < next->due || (t->due == next->due && t->seq < next->seq))) {
-                    next = t;
-                }
-            }
-            if (!next) break;
-            if (next->repeats) {
-                next->due += next->interval;
-                // After a very long jump, catch up at most a thousand periods.
-                if (next->due + 1000 * next->interval < now) {
-                    next->due = now - 1000 * next->interval;
-                }
-            } else {
-                next->valid = false;
-            }
-        }
-        ++fired;
-        next->fire(*next);
-    }
-    return fired;
+    return timers_.fireDue(clock_->monotonicSeconds());
 }
 
 size_t EventRunLoop::pump() {
@@ -259,9 +208,7 @@ bool EventRunLoop::runUntil(const std::function<bool()>& predicate, double deadl
         if (clock_->monotonicSeconds() == now) {
             std::lock_guard lock(mutex_);
             if (queue_.empty()) {
-                bool timerDue = false;
-                for (const auto& t : timers_) timerDue |= (t->valid && t->due <= now);
-                if (!timerDue) {
+                if (!timers_.anyDue(now)) {
                     // Real time passed in the wait; loop again only if work arrived.
                     if (!wakeFdReadable()) break;
                 }

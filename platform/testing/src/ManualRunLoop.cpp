@@ -10,22 +10,6 @@
 
 namespace pelora::testing {
 
-class ManualRunLoop::TimerImpl final : public platform::Timer {
-  public:
-    TimerImpl(double due, double interval, bool repeats, uint64_t seq,
-              std::function<void(platform::Timer&)> fire)
-        : due(due), interval(interval), repeats(repeats), seq(seq), fire(std::move(fire)) {}
-    void invalidate() override { valid = false; }
-    bool isValid() const override { return valid; }
-
-    double due;
-    double interval;
-    bool repeats;
-    uint64_t seq;
-    std::function<void(platform::Timer&)> fire;
-    std::atomic<bool> valid{true};
-};
-
 ManualRunLoop::ManualRunLoop(std::shared_ptr<ManualClock> clock) : clock_(std::move(clock)) {
     wakeFd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 }
@@ -66,49 +50,17 @@ std::shared_ptr<platform::Timer> ManualRunLoop::scheduleTimer(
     // A repeating timer of no interval would never let time move.
     if (repeats) interval = std::max(interval, 0.0001);
     interval = std::max(interval, 0.0);
-    std::lock_guard lock(mutex_);
-    auto timer = std::make_shared<TimerImpl>(clock_->monotonicSeconds() + interval, interval,
-                                             repeats, timerSequence_++, std::move(fire));
-    timers_.push_back(timer);
-    return timer;
-}
-
-std::shared_ptr<ManualRunLoop::TimerImpl> ManualRunLoop::nextTimer() const {
-    std::shared_ptr<TimerImpl> next;
-    for (const auto& t : timers_) {
-        if (!t->valid) continue;
-        if (!next || t->due < next->due || (t->due == next->due && t->seq < next->seq)) next = t;
-    }
-    return next;
+    return timers_.schedule(clock_->monotonicSeconds(), interval, repeats, std::move(fire));
 }
 
 double ManualRunLoop::nextTimerDelay() const {
-    std::lock_guard lock(mutex_);
-    auto next = nextTimer();
-    if (!next) return -1.0;
-    return std::max(0.0, next->due - clock_->monotonicSeconds());
+    const double due = timers_.nextDue();
+    if (due < 0) return -1.0;
+    return std::max(0.0, due - clock_->monotonicSeconds());
 }
 
 size_t ManualRunLoop::fireDueTimers() {
-    size_t fired = 0;
-    const double now = clock_->monotonicSeconds();
-    for (;;) {
-        std::shared_ptr<TimerImpl> next;
-        {
-            std::lock_guard lock(mutex_);
-            std::erase_if(timers_, [](const auto& t) { return !t->valid; });
-            next = nextTimer();
-            if (!next || next->due > now) break;
-            if (next->repeats) {
-                next->due += next->interval;
-            } else {
-                next->valid = false;
-            }
-        }
-        ++fired;
-        next->fire(*next);
-    }
-    return fired;
+    return timers_.fireDue(clock_->monotonicSeconds());
 }
 
 size_t ManualRunLoop::pump() {
@@ -137,13 +89,8 @@ size_t ManualRunLoop::advance(double seconds) {
     const double target = clock_->monotonicSeconds() + seconds;
     size_t ran = pump();
     for (;;) {
-        double due;
-        {
-            std::lock_guard lock(mutex_);
-            auto next = nextTimer();
-            if (!next || next->due > target) break;
-            due = next->due;
-        }
+        const double due = timers_.nextDue();
+        if (due < 0 || due > target) break;
         if (due > clock_->monotonicSeconds()) clock_->advance(due - clock_->monotonicSeconds());
         ran += pump();
     }
@@ -188,9 +135,7 @@ size_t ManualRunLoop::pendingTaskCount() const {
 }
 
 size_t ManualRunLoop::timerCount() const {
-    std::lock_guard lock(mutex_);
-    return static_cast<size_t>(std::count_if(timers_.begin(), timers_.end(),
-                                             [](const auto& t) { return t->valid.load(); }));
+    return timers_.count();
 }
 
 }  // namespace pelora::testing

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pelora/platform/RunLoop.h"
+#include "pelora/platform/TimerQueue.h"
 
 namespace pelora::desktop {
 
@@ -38,7 +39,6 @@ class EventRunLoop final : public platform::RunLoop {
     platform::Clock& clock() const override { return *clock_; }
 
   private:
-    class TimerImpl;
     class WatchImpl;
     void waitForWork(double maxSeconds);
     size_t fireDueTimers();
@@ -55,8 +55,7 @@ class EventRunLoop final : public platform::RunLoop {
     uint64_t watchSequence_ = 0;
     mutable std::mutex mutex_;
     std::deque<std::function<void()>> queue_;
-    std::vector<std::shared_ptr<TimerImpl>> timers_;
-    uint64_t timerSequence_ = 0;
+    platform::TimerQueue timers_;
     std::atomic<bool> stopRequested_{false};
     std::atomic<std::thread::id> owner_;
     std::atomic<bool> bound_{false};

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pelora/platform/RunLoop.h"
+#include "pelora/platform/TimerQueue.h"
 #include "pelora/testing/ManualClock.h"
 
 namespace pelora::testing {
@@ -52,17 +53,14 @@ class ManualRunLoop final : public platform::RunLoop {
     const std::shared_ptr<ManualClock>& manualClock() const { return clock_; }
 
   private:
-    class TimerImpl;
     size_t fireDueTimers();
-    std::shared_ptr<TimerImpl> nextTimer() const;
     void bindThread();
 
     std::shared_ptr<ManualClock> clock_;
     int wakeFd_ = -1;
     mutable std::mutex mutex_;
     std::deque<std::function<void()>> queue_;
-    std::vector<std::shared_ptr<TimerImpl>> timers_;
-    uint64_t timerSequence_ = 0;
+    platform::TimerQueue timers_;
     std::atomic<bool> stopRequested_{false};
     std::atomic<std::thread::id> owner_;
 };
