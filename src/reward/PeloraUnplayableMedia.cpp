@@ -12,18 +12,6 @@ namespace {
 
 using namespace pelora::platform;
 
-class Observation final : public MediaObservation {
-  public:
-    explicit Observation(std::function<void()> end) : end_(std::move(end)) {}
-    ~Observation() override { invalidate(); }
-    void invalidate() override {
-        if (auto end = std::exchange(end_, nullptr)) end();
-    }
-
-  private:
-    std::function<void()> end_;
-};
-
 class UnplayableItem final : public PlayerItem,
                              public std::enable_shared_from_this<UnplayableItem> {
   public:
@@ -37,13 +25,7 @@ class UnplayableItem final : public PlayerItem,
 
     std::shared_ptr<MediaObservation> observeStatus(std::function<void()> changed,
                                                     bool initial) override {
-        const uint64_t id = nextObserver_++;
-        observers_[id] = changed;
-        if (initial && changed) changed();
-        std::weak_ptr<UnplayableItem> weak = weak_from_this();
-        return std::make_shared<Observation>([weak, id] {
-            if (auto item = weak.lock()) item->observers_.erase(id);
-        });
+        return statusObservers_.add(std::move(changed), initial);
     }
 
     // Fails on the next turn of the main run loop, once.
@@ -58,9 +40,7 @@ class UnplayableItem final : public PlayerItem,
             item->error_ = Error{kMediaErrorDomain, MediaError::kDecoderNotFound,
                                  "no media player is installed on this platform"};
             log(LogLevel::Error, "sdk: cannot play " + item->url_ + ": no media player installed");
-            auto observers = item->observers_;
-            for (auto& [id, observer] : observers)
-                if (observer && item->observers_.count(id)) observer();
+            item->statusObservers_.notify();
         });
     }
 
@@ -68,8 +48,7 @@ class UnplayableItem final : public PlayerItem,
     std::string url_;
     PlayerItemStatus status_ = PlayerItemStatus::Unknown;
     std::optional<Error> error_;
-    std::map<uint64_t, std::function<void()>> observers_;
-    uint64_t nextObserver_ = 1;
+    StatusObservers statusObservers_;
     bool loading_ = false;
 };
 
@@ -94,7 +73,7 @@ class UnplayablePlayer final : public Player {
     MediaTime currentTime() const override { return {}; }
     std::shared_ptr<MediaObservation> addPeriodicTimeObserver(
         MediaTime, std::function<void(MediaTime)>) override {
-        return std::make_shared<Observation>(nullptr);
+        return std::make_shared<CallbackObservation>(nullptr);
     }
     void setVideoOutput(std::function<void(std::shared_ptr<const VideoFrame>)>) override {}
 

@@ -175,18 +175,6 @@ Error mapError(const GError* error, const std::string& debug, bool remote) {
     return media(platform::MediaError::kUnknown);
 }
 
-class Handle final : public platform::MediaObservation {
-  public:
-    explicit Handle(std::function<void()> end) : end_(std::move(end)) {}
-    ~Handle() override { invalidate(); }
-    void invalidate() override {
-        if (auto end = std::exchange(end_, nullptr)) end();
-    }
-
-  private:
-    std::function<void()> end_;
-};
-
 // ---- item ------------------------------------------------------------------------------------
 
 class GstItem final : public platform::PlayerItem, public std::enable_shared_from_this<GstItem> {
@@ -202,13 +190,7 @@ class GstItem final : public platform::PlayerItem, public std::enable_shared_fro
 
     std::shared_ptr<platform::MediaObservation> observeStatus(std::function<void()> changed,
                                                               bool initial) override {
-        const uint64_t id = nextObserver_++;
-        observers_[id] = changed;
-        if (initial && changed) changed();
-        std::weak_ptr<GstItem> weak = weak_from_this();
-        return std::make_shared<Handle>([weak, id] {
-            if (auto item = weak.lock()) item->observers_.erase(id);
-        });
+        return statusObservers_.add(std::move(changed), initial);
     }
 
     const Admission& admission() const { return admission_; }
@@ -219,9 +201,7 @@ class GstItem final : public platform::PlayerItem, public std::enable_shared_fro
         error_ = std::move(error);
         if (!changed) return;
         auto keep = shared_from_this();
-        auto observers = observers_;
-        for (auto& [id, observer] : observers)
-            if (observer && observers_.count(id)) observer();
+        statusObservers_.notify();
     }
 
   private:
@@ -230,8 +210,7 @@ class GstItem final : public platform::PlayerItem, public std::enable_shared_fro
     PlayerItemStatus status_ = PlayerItemStatus::Unknown;
     std::optional<Error> error_;
     MediaTime duration_;
-    std::map<uint64_t, std::function<void()>> observers_;
-    uint64_t nextObserver_ = 1;
+    platform::StatusObservers statusObservers_;
 };
 
 // ---- player ----------------------------------------------------------------------------------
@@ -325,7 +304,7 @@ class GstPlayer final : public platform::Player, public std::enable_shared_from_
         observers_[id] = Observer{seconds < 0.01 ? 0.01 : seconds, std::move(block), nullptr};
         updateTicks();
         std::weak_ptr<GstPlayer> weak = weak_from_this();
-        return std::make_shared<Handle>([weak, id] {
+        return std::make_shared<platform::CallbackObservation>([weak, id] {
             auto player = weak.lock();
             if (!player) return;
             auto it = player->observers_.find(id);

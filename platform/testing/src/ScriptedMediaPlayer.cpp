@@ -19,18 +19,6 @@ int64_t toMicros(double seconds) {
     return static_cast<int64_t>(std::llround(seconds * static_cast<double>(kMicros)));
 }
 
-class Handle final : public platform::MediaObservation {
-  public:
-    explicit Handle(std::function<void()> end) : end_(std::move(end)) {}
-    ~Handle() override { invalidate(); }
-    void invalidate() override {
-        if (auto end = std::exchange(end_, nullptr)) end();
-    }
-
-  private:
-    std::function<void()> end_;
-};
-
 }  // namespace
 
 // ---- item --------------------------------------------------------------------------------------
@@ -55,13 +43,7 @@ class ScriptedItem final : public platform::PlayerItem,
 
     std::shared_ptr<platform::MediaObservation> observeStatus(std::function<void()> changed,
                                                               bool initial) override {
-        const uint64_t id = nextObserverId_++;
-        observers_[id] = changed;
-        if (initial && changed) changed();
-        std::weak_ptr<ScriptedItem> weak = weak_from_this();
-        return std::make_shared<Handle>([weak, id] {
-            if (auto item = weak.lock()) item->observers_.erase(id);
-        });
+        return statusObservers_.add(std::move(changed), initial);
     }
 
     const MediaScript& script() const { return script_; }
@@ -132,9 +114,7 @@ class ScriptedItem final : public platform::PlayerItem,
         status_ = status;
         error_ = std::move(error);
         if (!changed) return;
-        auto observers = observers_;
-        for (auto& [id, observer] : observers)
-            if (observer && observers_.count(id)) observer();
+        statusObservers_.notify();
     }
 
     const ScriptedMediaPlayerService& service_;
@@ -142,8 +122,7 @@ class ScriptedItem final : public platform::PlayerItem,
     MediaScript script_;
     platform::PlayerItemStatus status_ = platform::PlayerItemStatus::Unknown;
     std::optional<platform::Error> error_;
-    std::map<uint64_t, std::function<void()>> observers_;
-    uint64_t nextObserverId_ = 1;
+    platform::StatusObservers statusObservers_;
     std::weak_ptr<ScriptedPlayer> player_;
     std::shared_ptr<platform::Timer> loadTimer_;
     uint64_t generation_ = 0;
@@ -271,7 +250,7 @@ std::shared_ptr<platform::MediaObservation> ScriptedPlayer::addPeriodicTimeObser
     timeObservers_[id] = TimeObserver{micros, std::move(block)};
     std::weak_ptr<ScriptedPlayer> weak = weak_from_this();
     reschedule();
-    return std::make_shared<Handle>([weak, id] {
+    return std::make_shared<platform::CallbackObservation>([weak, id] {
         if (auto player = weak.lock()) {
             player->timeObservers_.erase(id);
             player->reschedule();

@@ -58,6 +58,33 @@ class MediaObservation {
     virtual void invalidate() = 0;
 };
 
+// An observation that runs `end` once, when invalidated or destroyed.
+class CallbackObservation final : public MediaObservation {
+  public:
+    explicit CallbackObservation(std::function<void()> end) : end_(std::move(end)) {}
+    ~CallbackObservation() override { invalidate(); }
+    void invalidate() override;
+
+  private:
+    std::function<void()> end_;
+};
+
+// The status observers of an item, for the implementations of PlayerItem: observers run in
+// the order they were added; one removed while others run is not called any more. Main run
+// loop only.
+class StatusObservers {
+  public:
+    StatusObservers();
+    // Adds an observer (calling it at once when `initial`); it stays until the returned
+    // observation ends or this list is gone.
+    std::shared_ptr<MediaObservation> add(std::function<void()> changed, bool initial);
+    void notify();
+
+  private:
+    struct State;
+    std::shared_ptr<State> state_;
+};
+
 // What a player plays: one URL (a local file path as "file://..." or an http/https URL).
 // An item loads only once a player has it as its current item. Main run loop only.
 class PlayerItem {
