@@ -10,6 +10,7 @@
 #include "native/PeloraImageDownloader.h"
 #include "pelora/platform/Log.h"
 #include "support/PeloraTool.h"
+#include "support/PeloraYYModel.h"
 #include "track/PeloraTrackEvent.h"
 #include "track/PeloraTrackReplace.h"
 
@@ -42,21 +43,8 @@ void show(const std::shared_ptr<pelora::ui::View>& view, bool visible) {
 
 int32_t pl_leadingInteger(const std::optional<std::string>& text) {
     if (!text) return 0;
-    size_t i = 0;
-    const std::string& s = *text;
-    while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i]))) ++i;
-    bool negative = false;
-    if (i < s.size() && (s[i] == '+' || s[i] == '-')) negative = s[i++] == '-';
-    int64_t value = 0;
-    for (; i < s.size() && s[i] >= '0' && s[i] <= '9'; ++i) {
-        value = value * 10 + (s[i] - '0');
-        if (value > INT32_MAX) {
-            value = static_cast<int64_t>(INT32_MAX) + 1;
-            break;
-        }
-    }
-    if (negative) value = -value;
-    return static_cast<int32_t>(std::clamp<int64_t>(value, INT32_MIN, INT32_MAX));
+    return static_cast<int32_t>(
+        std::clamp<int64_t>(plyy_integerPrefix(*text), INT32_MIN, INT32_MAX));
 }
 
 // ---- root controllers ------------------------------------------------------------------------

@@ -94,6 +94,9 @@ std::string plyy_stringFromDate(PeloraYYDate date);
 // The number a text stands for when it lands in a numeric property (word table, decimal with
 // ".", else leading integer); kind None for the null words, NaN and infinities.
 PeloraYYNumber plyy_numberFromText(std::string_view text);
+// What a text's integer reading gives: leading blanks, an optional sign, then the leading
+// digits, 0 without any; saturates at the 64-bit limits.
+int64_t plyy_integerPrefix(std::string_view text);
 // Whether the bytes are one well-formed JSON text (any value, not only an object).
 bool plyy_isValidJSON(std::string_view bytes, std::string* whyNot = nullptr);
 

@@ -155,8 +155,10 @@ double parseDecimalPrefix(std::string_view text) {
     return strtod_l(copy.c_str(), nullptr, cLocale);
 }
 
+}  // namespace
+
 // Leading white space, optional sign, leading digits; the rest is ignored. Saturates.
-int64_t parseIntegerPrefix(std::string_view text) {
+int64_t plyy_integerPrefix(std::string_view text) {
     std::size_t i = 0;
     while (i < text.size() && isSpace(text[i])) ++i;
     bool negative = false;
@@ -181,8 +183,6 @@ int64_t parseIntegerPrefix(std::string_view text) {
     return static_cast<int64_t>(magnitude);
 }
 
-}  // namespace
-
 PeloraYYNumber plyy_numberFromText(std::string_view text) {
     PeloraYYNumber n;
     const auto& words = wordTable();
@@ -200,6 +200,6 @@ PeloraYYNumber plyy_numberFromText(std::string_view text) {
         return n;
     }
     n.kind = PeloraYYNumber::Int;
-    n.i = parseIntegerPrefix(text);
+    n.i = plyy_integerPrefix(text);
     return n;
 }
