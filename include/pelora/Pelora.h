@@ -6,6 +6,7 @@
 
 #include "pelora/PeloraApiAd.h"
 #include "pelora/PeloraDataFlowAdManager.h"
+#include "pelora/PeloraImageUrl.h"
 #include "pelora/PeloraNativeAd.h"
 #include "pelora/PeloraNetReachable.h"
 #include "pelora/PeloraPluginStatusStore.h"

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "pelora/PeloraApiAd.h"
 #include "pelora/platform/Error.h"
 #include "pelora/platform/Geometry.h"
 #include "pelora/platform/RunLoop.h"
@@ -102,6 +103,8 @@ class PeloraSplashAdView : public pelora::ui::View, public PeloraSplashAdConfigD
     void setCountDown(int64_t seconds) { countDown_ = seconds; }
     const std::shared_ptr<pelora::platform::Timer>& timer() const { return timer_; }
     const std::shared_ptr<PeloraTrackEvent>& trackEvent() const { return trackEvent_; }
+    // The ad the view shows (after splashAdDidLoad), read-only; null before.
+    std::shared_ptr<const PeloraApiAd> adData() const;
     const std::shared_ptr<PeloraSplashAdConfig>& config() const { return config_; }
 
     // Sub-views from the interface file (owned by the view tree).

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "pelora/PeloraImageUrl.h"
 #include "pelora/platform/Http.h"
 #include "pelora/platform/Image.h"
 #include "pelora/ui/ImageView.h"
@@ -40,10 +41,7 @@ class PeloraImageDownloader {
     static std::shared_ptr<PeloraImageDownloader> _init();
 };
 
-// Downloads `url` into `view`, cancelling the view's previous download. The view keeps its
-// current image until the new one arrives; failures only write "sdk: image error <code>" to
-// the log. An absent or unusable URL fails in the transport like any other request.
-void pl_setImageUrl(pelora::ui::ImageView& view, const std::optional<std::string>& url);
+// pl_setImageUrl is declared in the public header.
 
 // The download currently attached to `view` (the last one started), or null.
 std::shared_ptr<pelora::platform::HttpTask> pl_downingTask(const pelora::ui::ImageView& view);

@@ -58,6 +58,10 @@ std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::initWithFrame(Rect frame
     return std::make_shared<PeloraSplashAdView>(frame);
 }
 
+std::shared_ptr<const PeloraApiAd> PeloraSplashAdView::adData() const {
+    return trackEvent_ ? trackEvent_->ad() : nullptr;
+}
+
 std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::self() {
     // Empty for a view that is not owned by a shared_ptr: callbacks then carry no view.
     return std::static_pointer_cast<PeloraSplashAdView>(weak_from_this().lock());

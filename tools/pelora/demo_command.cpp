@@ -23,7 +23,6 @@
 #include <vector>
 
 #include "Command.h"
-#include "native/PeloraImageDownloader.h"
 #include "pelora/Pelora.h"
 #include "pelora/desktop/DesktopPlatform.h"
 #include "pelora/platform/Log.h"
@@ -32,8 +31,6 @@
 #include "pelora/sandbox/Sandbox.h"
 #include "pelora/testing/ScriptedMediaPlayer.h"
 #include "pelora/ui/UI.h"
-#include "reward/PeloraVideoPlayerVC.h"
-#include "track/PeloraTrackEvent.h"
 
 namespace {
 
@@ -512,8 +509,7 @@ SplashOutcome showSplash(DemoHost& host, SplashHost& splashHost,
         watchCountdown();
         auto view = weakSplash.lock();
         if (!view || !splashHost.loaded) return;
-        if (out.adId.empty() && view->trackEvent() && view->trackEvent()->ad())
-            out.adId = view->trackEvent()->ad()->adId.value_or("");
+        if (out.adId.empty() && view->adData()) out.adId = view->adData()->adId.value_or("");
         std::string label = view->countL() ? view->countL()->text().value_or("") : "";
         if (userActed || splashHost.finished() || !view->timer()) return;
         auto left = std::to_string(opt.skipAt ? *opt.skipAt : opt.tapAt ? *opt.tapAt : -1);
@@ -746,8 +742,8 @@ class RewardHost : public PeloraRewardVideoAdManagerDelegate {
 
 // What the timeline saw of the page, and what the scripted user did on it.
 struct RewardWatch {
-    bool presented = false, released = false, firstFrame = false;
-    int64_t lastStatus = 0;
+    bool presented = false, released = false, firstFrame = false, started = false;
+    std::weak_ptr<ui::View> pageRoot;
     std::vector<std::string> countdown;
     bool skipShown = false, muted = false, skipped = false, closed = false;
     std::optional<double> endPageAt;
@@ -755,108 +751,123 @@ struct RewardWatch {
     uint64_t frames = 0;
 };
 
-std::string playerStatusName(int64_t status) {
-    switch (status) {
-        case PeloraPlayerStatusWait:
-            return "Wait";
-        case PeloraPlayerStatusIdle:
-            return "Idle (cover until the video is ready)";
-        case PeloraPlayerStatusStart:
-            return "Start (mute and countdown shown)";
-        case PeloraPlayerStatusPlayError:
-            return "PlayError";
-        case PeloraPlayerStatusPlayFinish:
-            return "PlayFinish";
-        default:
-            return std::to_string(status);
-    }
+bool visible(const std::shared_ptr<ui::View>& view) {
+    return view && !view->hidden();
 }
 
-void watchEndPage(DemoHost& host, PeloraVideoPlayerVC& page, RewardWatch& watch) {
-    auto close = page.closeBtn();
-    if (!close || close->hidden()) return;
+// The video page as a person, or a UI test, finds it on the screen: its parts by the names
+// the page's interface file gives them.
+struct PageOnScreen {
+    std::shared_ptr<ui::View> root;
+    std::shared_ptr<ui::PlayerLayer> layer;
+    std::shared_ptr<ui::Button> bell, time, skip, close, endButton;
+    std::shared_ptr<ui::ImageView> endImage;
+
+    static std::optional<PageOnScreen> find(ui::Window& window) {
+        auto player = window.viewWithAccessibilityIdentifier("playerView");
+        if (!player || !player->superview()) return std::nullopt;
+        PageOnScreen page;
+        page.root = player->superview();
+        for (const auto& v : player->subviews())
+            if (auto layer = std::dynamic_pointer_cast<ui::PlayerLayer>(v)) page.layer = layer;
+        auto button = [&](const char* name) {
+            return std::dynamic_pointer_cast<ui::Button>(
+                page.root->viewWithAccessibilityIdentifier(name));
+        };
+        page.bell = button("bellBtn");
+        page.time = button("timeBtn");
+        page.skip = button("skipBtn");
+        page.close = button("closeBtn");
+        page.endButton = button("endButton");
+        page.endImage = std::dynamic_pointer_cast<ui::ImageView>(
+            page.root->viewWithAccessibilityIdentifier("endImageV"));
+        return page;
+    }
+    // The whole second the video has reached.
+    int64_t second() const {
+        if (!layer || !layer->player()) return 0;
+        return static_cast<int64_t>(layer->player()->currentTime().seconds());
+    }
+};
+
+void watchEndPage(DemoHost& host, const PageOnScreen& page, RewardWatch& watch) {
+    if (!visible(page.close)) return;
     const double now = host.services.clock->monotonicSeconds();
     if (!watch.endPageAt) {
         watch.endPageAt = now;
         size_t webViews = 0;
-        for (const auto& v : page.view()->subviews())
-            if (v->className() == "WebView") ++webViews;
-        auto image = page.endImageV();
-        auto button = page.endButton();
+        for (const auto& v : page.root->subviews())
+            if (std::dynamic_pointer_cast<ui::WebView>(v)) ++webViews;
         watch.endPage = "close button";
-        if (image && !image->hidden()) watch.endPage += ", end image";
-        if (button && !button->hidden())
-            watch.endPage += ", button \"" + button->currentTitle().value_or("") + "\"";
+        if (visible(page.endImage)) watch.endPage += ", end image";
+        if (visible(page.endButton))
+            watch.endPage += ", button \"" + page.endButton->currentTitle().value_or("") + "\"";
         watch.endPage += ", " + std::to_string(webViews) + " blank web views";
         host.demo.note("page", "end page", watch.endPage);
         return;
     }
     // A person looks at the end page for a moment before closing it.
     if (watch.closed || now - *watch.endPageAt < 1.0) return;
-    if (auto player = page.playerView(); player && player->playerLayer())
-        watch.frames = player->playerLayer()->framesReceived();
+    if (page.layer) watch.frames = page.layer->framesReceived();
     watch.closed = true;
-    host.tapCenter(close, "taps close");
+    host.tapCenter(page.close, "taps close");
 }
 
-void watchRewardPage(DemoHost& host, PeloraRewardVideoAdManager& manager, RewardWatch& watch) {
+void watchCountdown(Demo& demo, const PageOnScreen& page, RewardWatch& watch) {
+    if (!visible(page.time)) return;
+    auto title = page.time->titleForState(ui::ControlState::Normal);
+    if (title && (watch.countdown.empty() || watch.countdown.back() != *title)) {
+        watch.countdown.push_back(*title);
+        demo.note("page", "countdown " + *title, "", {{"countDown", *title}});
+    }
+}
+
+void watchRewardPage(DemoHost& host, RewardWatch& watch) {
     auto& demo = host.demo;
     const auto& opt = host.options;
-    auto page = manager.videoPage();
-    if (!page) {
-        if (watch.presented && !watch.released) {
+    auto found = PageOnScreen::find(*host.window);
+    if (!found) {
+        if (watch.presented && !watch.released && watch.pageRoot.expired()) {
             watch.released = true;
             demo.note("page", "dismissed and released", "");
         }
         return;
     }
+    const PageOnScreen& page = *found;
     if (!watch.presented) {
         watch.presented = true;
+        watch.pageRoot = page.root;
         demo.note("page", "presented over the host's screen", "");
     }
-    auto player = page->playerView();
-    if (!player) return;
-    auto layer = player->playerLayer();
-    if (layer && layer->latestFrame() && !watch.firstFrame) {
+    if (page.layer && page.layer->latestFrame() && !watch.firstFrame) {
         watch.firstFrame = true;
-        auto frame = layer->latestFrame();
+        auto frame = page.layer->latestFrame();
         demo.note("video", "first frame decoded",
                   std::to_string(frame->width) + "x" + std::to_string(frame->height) + " px",
                   {{"width", frame->width}, {"height", frame->height}});
     }
-    if (layer) watch.frames = std::max(watch.frames, layer->framesReceived());
-    if (player->status() != watch.lastStatus) {
-        watch.lastStatus = player->status();
-        demo.note("page", "player " + playerStatusName(watch.lastStatus), "");
+    if (page.layer) watch.frames = std::max(watch.frames, page.layer->framesReceived());
+    if (visible(page.bell) && !watch.started) {
+        watch.started = true;
+        demo.note("page", "playing: mute and countdown shown", "");
     }
-    auto time = page->timeBtn();
-    if (time && !time->hidden()) {
-        auto title = time->titleForState(ui::ControlState::Normal);
-        if (title && (watch.countdown.empty() || watch.countdown.back() != *title)) {
-            watch.countdown.push_back(*title);
-            demo.note("page", "countdown " + *title, "", {{"countDown", *title}});
-        }
-    }
-    auto skip = page->skipBtn();
-    const bool skipVisible = skip && !skip->hidden();
+    watchCountdown(demo, page, watch);
+    const bool skipVisible = visible(page.skip);
     if (skipVisible && !watch.skipShown) {
         watch.skipShown = true;
         demo.note("page", "skip button shown", "");
     }
-    const int64_t second =
-        player->player() ? static_cast<int64_t>(player->player()->currentTime().seconds()) : 0;
-    auto bell = page->bellBtn();
-    if (opt.rewardMuteAt && !watch.muted && bell && !bell->hidden() &&
-        second >= *opt.rewardMuteAt) {
+    const int64_t second = page.second();
+    if (opt.rewardMuteAt && !watch.muted && visible(page.bell) && second >= *opt.rewardMuteAt) {
         watch.muted = true;
-        host.tapCenter(bell, "taps mute", "at second " + std::to_string(second));
+        host.tapCenter(page.bell, "taps mute", "at second " + std::to_string(second));
     }
     if (opt.rewardSkipAt && !watch.skipped && skipVisible && second >= *opt.rewardSkipAt) {
         watch.skipped = true;
-        host.tapCenter(skip, "taps skip", "at second " + std::to_string(second));
+        host.tapCenter(page.skip, "taps skip", "at second " + std::to_string(second));
         return;
     }
-    watchEndPage(host, *page, watch);
+    watchEndPage(host, page, watch);
 }
 
 // The video macros of a tracking request, decoded for the timeline.
@@ -913,7 +924,7 @@ void runRewardPart(DemoHost& host) {
     if (rewardHost->loaded) {
         demo.note("host", "showAdFromRootViewController", "");
         shown = manager->showAdFromRootViewController(host.root);
-        run.onStep = [&] { watchRewardPage(host, *manager, watch); };
+        run.onStep = [&] { watchRewardPage(host, watch); };
         if (opt.fast) {
             // A moment of real time after each second lets that second's beacons reach the
             // server, so the timeline shows them where they belong.
@@ -956,7 +967,7 @@ void runRewardPart(DemoHost& host) {
         demo.check("close reported (rewardVideoAdManagerDidClose)",
                    rewardHost->heard("rewardVideoAdManagerDidClose"));
     }
-    demo.check("page dismissed and released", watch.released && !manager->videoPage());
+    demo.check("page dismissed and released", watch.released);
     checkRewardTracking(host, watch);
 
     manager.reset();

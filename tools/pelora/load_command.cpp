@@ -18,7 +18,6 @@
 #include "pelora/PeloraSplashAdView.h"
 #include "pelora/desktop/DesktopPlatform.h"
 #include "pelora/platform/Services.h"
-#include "track/PeloraTrackEvent.h"
 
 namespace {
 
@@ -51,8 +50,7 @@ class SplashPrinter : public PeloraSplashAdViewDelegate {
         pelora::platform::services().mainRunLoop->post([this, weak] {
             json line{{"callback", "splashAdDidLoad"}, {"adId", nullptr}};
             if (auto v = weak.lock()) {
-                if (v->trackEvent() && v->trackEvent()->ad() && v->trackEvent()->ad()->adId)
-                    line["adId"] = *v->trackEvent()->ad()->adId;
+                if (v->adData() && v->adData()->adId) line["adId"] = *v->adData()->adId;
             }
             emit(line);
             for (const auto& held : held_) emit(held);
