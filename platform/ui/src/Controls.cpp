@@ -61,7 +61,7 @@ ControlState Button::state() const {
 }
 
 void Button::setTitle(std::optional<std::string> title, ControlState state) {
-    titles_[static_cast<unsigned>(state)] = std::move(title);
+    update(titles_[static_cast<unsigned>(state)], std::move(title));
 }
 
 std::optional<std::string> Button::titleForState(ControlState state) const {
@@ -69,7 +69,7 @@ std::optional<std::string> Button::titleForState(ControlState state) const {
 }
 
 void Button::setImage(std::shared_ptr<platform::Image> image, ControlState state) {
-    images_[static_cast<unsigned>(state)] = std::move(image);
+    update(images_[static_cast<unsigned>(state)], std::move(image));
 }
 
 std::shared_ptr<platform::Image> Button::imageForState(ControlState state) const {
@@ -77,7 +77,7 @@ std::shared_ptr<platform::Image> Button::imageForState(ControlState state) const
 }
 
 void Button::setTitleColor(std::optional<Color> color, ControlState state) {
-    titleColors_[static_cast<unsigned>(state)] = color;
+    update(titleColors_[static_cast<unsigned>(state)], color);
 }
 
 std::optional<Color> Button::titleColorForState(ControlState state) const {

@@ -8,6 +8,7 @@ namespace pelora::ui {
 void WebView::loadHTMLString(std::string html, std::optional<std::string> baseURL) {
     html_ = std::move(html);
     baseURL_ = std::move(baseURL);
+    setNeedsDisplay();
 }
 
 std::string WebView::describeDetails() const {
@@ -37,6 +38,7 @@ void PlayerLayer::setVideoFrame(std::shared_ptr<const platform::VideoFrame> fram
     if (!frame) return;
     frame_ = std::move(frame);
     ++framesReceived_;
+    setNeedsDisplay();
 }
 
 std::string PlayerLayer::describeDetails() const {

@@ -135,6 +135,20 @@ void applyLabelProperties(Label& label, const std::map<std::string, NibValue>& p
             if (value.string == "right") label.setTextAlignment(TextAlignment::Right);
         } else if (key == "numberOfLines" && readNumber(value) && value.number >= 0) {
             label.setNumberOfLines(static_cast<int>(value.number));
+        } else if (key == "fontWeight" && value.isString()) {
+            if (value.string == "regular") label.setFontWeight(FontWeight::Regular);
+            if (value.string == "bold") label.setFontWeight(FontWeight::Bold);
+        } else if (key == "lineBreakMode" && value.isString()) {
+            static const std::pair<const char*, LineBreakMode> kModes[] = {
+                {"wordWrap", LineBreakMode::WordWrap},
+                {"charWrap", LineBreakMode::CharWrap},
+                {"clip", LineBreakMode::Clip},
+                {"truncatingHead", LineBreakMode::TruncatingHead},
+                {"truncatingTail", LineBreakMode::TruncatingTail},
+                {"truncatingMiddle", LineBreakMode::TruncatingMiddle},
+            };
+            for (const auto& [name, mode] : kModes)
+                if (value.string == name) label.setLineBreakMode(mode);
         }
     }
 }

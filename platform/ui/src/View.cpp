@@ -67,7 +67,9 @@ void distribute(double delta, const double lengths[3], const bool flexible[3], d
 
 void View::setFrame(Rect frame) {
     const Size old = frame_.size;
+    if (frame_ == frame) return;
     frame_ = frame;
+    setNeedsDisplay();
     if (old.width == frame.size.width && old.height == frame.size.height) return;
     const double dw = frame.size.width - old.width;
     const double dh = frame.size.height - old.height;
@@ -159,6 +161,16 @@ std::shared_ptr<Window> View::window() const {
     return std::static_pointer_cast<Window>(std::const_pointer_cast<View>(w->shared_from_this()));
 }
 
+void View::setNeedsDisplay() {
+    View* v = this;
+    std::shared_ptr<View> holder;
+    while (auto super = v->superview()) {
+        holder = std::move(super);
+        v = holder.get();
+    }
+    v->treeNeedsDisplay();
+}
+
 bool View::isDescendantOfView(const View* view) const {
     if (!view) return false;
     const View* v = this;
@@ -185,9 +197,11 @@ void View::attach(const std::shared_ptr<View>& view, size_t index) {
         auto& list = old->subviews_;
         list.erase(std::remove(list.begin(), list.end(), view), list.end());
     }
+    if (oldWindow) oldWindow->setNeedsDisplay();
     index = std::min(index, subviews_.size());
     subviews_.insert(subviews_.begin() + static_cast<std::ptrdiff_t>(index), view);
     view->superview_ = weak_from_this();
+    setNeedsDisplay();
     view->didMoveToSuperview();
     if (view->window() != oldWindow) notifyMoveToWindow(*view);
 }
@@ -205,6 +219,7 @@ void View::bringSubviewToFront(const std::shared_ptr<View>& view) {
     if (it == subviews_.end()) return;
     subviews_.erase(it);
     subviews_.push_back(view);
+    setNeedsDisplay();
 }
 
 void View::sendSubviewToBack(const std::shared_ptr<View>& view) {
@@ -212,6 +227,7 @@ void View::sendSubviewToBack(const std::shared_ptr<View>& view) {
     if (it == subviews_.end()) return;
     subviews_.erase(it);
     subviews_.insert(subviews_.begin(), view);
+    setNeedsDisplay();
 }
 
 void View::removeFromSuperview() {
@@ -219,6 +235,7 @@ void View::removeFromSuperview() {
     if (!super) return;
     auto self = shared_from_this();  // the superview held the last reference, maybe
     auto oldWindow = window();
+    super->setNeedsDisplay();
     auto& list = super->subviews_;
     list.erase(std::remove(list.begin(), list.end(), self), list.end());
     superview_.reset();

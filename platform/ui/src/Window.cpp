@@ -50,6 +50,11 @@ void Window::makeKeyAndVisible() {
     keyWindowSlot() = std::static_pointer_cast<Window>(shared_from_this());
 }
 
+void Window::treeNeedsDisplay() {
+    ++displayRevision_;
+    if (needsDisplayHandler_) needsDisplayHandler_();
+}
+
 bool Window::sendTap(Point point) {
     if (!touchDown(point)) return false;
     return touchUp(point);

@@ -40,11 +40,11 @@ class Button : public View {
     std::string className() const override { return "Button"; }
 
     bool enabled() const { return enabled_; }
-    void setEnabled(bool enabled) { enabled_ = enabled; }
+    void setEnabled(bool enabled) { update(enabled_, enabled); }
     bool selected() const { return selected_; }
-    void setSelected(bool selected) { selected_ = selected; }
+    void setSelected(bool selected) { update(selected_, selected); }
     bool highlighted() const { return highlighted_; }
-    void setHighlighted(bool highlighted) { highlighted_ = highlighted; }
+    void setHighlighted(bool highlighted) { update(highlighted_, highlighted); }
     // The combination of the flags above.
     ControlState state() const;
 
@@ -58,7 +58,7 @@ class Button : public View {
     void setTitleColor(std::optional<Color> color, ControlState state);
     std::optional<Color> titleColorForState(ControlState state) const;
     double titleFontSize() const { return titleFontSize_; }
-    void setTitleFontSize(double size) { titleFontSize_ = size; }
+    void setTitleFontSize(double size) { update(titleFontSize_, size); }
 
     // Actions run in the order they were added, for the events they were added for.
     void addTarget(Action action, ControlEvent event);

@@ -16,7 +16,7 @@ class ImageView : public View {
     std::string className() const override { return "ImageView"; }
 
     const std::shared_ptr<platform::Image>& image() const { return image_; }
-    void setImage(std::shared_ptr<platform::Image> image) { image_ = std::move(image); }
+    void setImage(std::shared_ptr<platform::Image> image) { update(image_, std::move(image)); }
 
     std::string describeDetails() const override;
 

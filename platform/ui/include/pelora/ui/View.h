@@ -51,8 +51,10 @@ enum AutoresizingMask : unsigned {
 class GestureRecognizer;
 class Window;
 
-// A rectangle in the tree the SDK draws into. There is no rendering here: the tree holds the
-// state that a renderer, a host's input system or a test inspects. Main thread only.
+// A rectangle in the tree the SDK draws into. There is no drawing here: the tree holds the
+// state that a renderer, a host's input system or a test inspects. Every change that alters
+// the picture (geometry, appearance, content, the hierarchy) tells the window holding the
+// view, so a renderer draws only after something changed. Main thread only.
 //
 // Views live in std::shared_ptr (create them with std::make_shared); a superview owns its
 // subviews, a subview points back weakly.
@@ -85,17 +87,17 @@ class View : public std::enable_shared_from_this<View> {
 
     // --- appearance ----------------------------------------------------------------------
     bool hidden() const { return hidden_; }
-    void setHidden(bool hidden) { hidden_ = hidden; }
+    void setHidden(bool hidden) { update(hidden_, hidden); }
     double alpha() const { return alpha_; }
-    void setAlpha(double alpha) { alpha_ = alpha; }
+    void setAlpha(double alpha) { update(alpha_, alpha); }
     Color backgroundColor() const { return backgroundColor_; }
-    void setBackgroundColor(Color color) { backgroundColor_ = color; }
+    void setBackgroundColor(Color color) { update(backgroundColor_, color); }
     double cornerRadius() const { return cornerRadius_; }
-    void setCornerRadius(double radius) { cornerRadius_ = radius; }
+    void setCornerRadius(double radius) { update(cornerRadius_, radius); }
     bool clipsToBounds() const { return clipsToBounds_; }
-    void setClipsToBounds(bool clips) { clipsToBounds_ = clips; }
+    void setClipsToBounds(bool clips) { update(clipsToBounds_, clips); }
     ContentMode contentMode() const { return contentMode_; }
-    void setContentMode(ContentMode mode) { contentMode_ = mode; }
+    void setContentMode(ContentMode mode) { update(contentMode_, mode); }
     int64_t tag() const { return tag_; }
     void setTag(int64_t tag) { tag_ = tag; }
     // Names a view for interface files (outlets) and tests.
@@ -158,12 +160,28 @@ class View : public std::enable_shared_from_this<View> {
     void setAssociatedObject(const void* key, std::shared_ptr<void> value);
     std::shared_ptr<void> associatedObject(const void* key) const;
 
+    // --- drawing ----------------------------------------------------------------------------
+    // Tells the window holding this view (if any) that its picture changed. The setters of
+    // the tree call it; a view subclass whose own content changes calls it too.
+    void setNeedsDisplay();
+
     // --- debugging -----------------------------------------------------------------------
     // Indented dump of this subtree, one view per line: class, frame, hidden, alpha and the
     // view's own details (text, title, image).
     std::string describeTree() const;
     // This view's line of describeTree() after the common part; subclasses add their details.
     virtual std::string describeDetails() const { return {}; }
+
+  protected:
+    // Stores `value` and marks the picture changed when it differs from what was there.
+    template <class T, class U>
+    void update(T& field, U&& value) {
+        if (field == value) return;
+        field = std::forward<U>(value);
+        setNeedsDisplay();
+    }
+    // Called on the root of the tree when something in it changed; a window counts it.
+    virtual void treeNeedsDisplay() {}
 
   private:
     void attach(const std::shared_ptr<View>& view, size_t index);

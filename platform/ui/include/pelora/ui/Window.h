@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "pelora/ui/View.h"
@@ -44,7 +46,22 @@ class Window : public View {
 
     static constexpr double kTapSlop = 10.0;
 
+    // --- drawing ---------------------------------------------------------------------------
+    // Counts the changes to the picture of this tree: a renderer that remembers the revision
+    // it drew knows, with one comparison, whether the window needs drawing again.
+    uint64_t displayRevision() const { return displayRevision_; }
+    // Called on every change (on the main thread, inside the setter that made it). A presenter
+    // uses it to schedule one drawing on its run loop; it must not change the tree itself.
+    void setNeedsDisplayHandler(std::function<void()> handler) {
+        needsDisplayHandler_ = std::move(handler);
+    }
+
+  protected:
+    void treeNeedsDisplay() override;
+
   private:
+    uint64_t displayRevision_ = 1;
+    std::function<void()> needsDisplayHandler_;
     std::shared_ptr<ViewController> rootViewController_;
     std::weak_ptr<View> touchTarget_;
     bool touchActive_ = false;
