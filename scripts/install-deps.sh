@@ -12,6 +12,8 @@ PACKAGES=(
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
   gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
   gstreamer1.0-tools
+  libcairo2-dev libpango1.0-dev fonts-dejavu-core fonts-wqy-microhei
+  libsdl2-dev libx11-dev xvfb xdotool
 )
 
 missing=()

@@ -25,6 +25,8 @@
 #include "Command.h"
 #include "pelora/Pelora.h"
 #include "pelora/desktop/DesktopPlatform.h"
+#include "pelora/desktop/DesktopWindow.h"
+#include "pelora/desktop/ViewRenderer.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 #include "pelora/platform/UrlOpener.h"
@@ -199,6 +201,7 @@ class Demo {
     void check(const std::string& name, bool ok, const std::string& detail = {}) {
         steps_.push_back({name, ok, detail});
     }
+    void screenshot(const std::string& path) { screenshots_.push_back(path); }
     bool summary() const {
         bool all = true;
         for (const auto& s : steps_) all = all && s.ok;
@@ -206,12 +209,17 @@ class Demo {
             json list = json::array();
             for (const auto& s : steps_)
                 list.push_back({{"step", s.name}, {"ok", s.ok}, {"detail", s.detail}});
-            std::cout << json{{"summary", list}, {"ok", all}}.dump() << "\n";
+            std::cout << json{{"summary", list}, {"screenshots", screenshots_}, {"ok", all}}.dump()
+                      << "\n";
         } else {
             std::cout << "\nSummary\n";
             for (const auto& s : steps_)
                 std::cout << "  " << (s.ok ? "[ok]   " : "[FAIL] ") << s.name
                           << (s.detail.empty() ? "" : "  (" + s.detail + ")") << "\n";
+            if (!screenshots_.empty()) {
+                std::cout << "\nScreenshots\n";
+                for (const auto& path : screenshots_) std::cout << "  " << path << "\n";
+            }
             std::cout << (all ? "\nEvery expected step happened.\n"
                               : "\nSome expected steps did not happen.\n");
         }
@@ -228,6 +236,7 @@ class Demo {
     std::vector<std::string> pendingLogs_;
     std::vector<pelora::sandbox::TrackingRecord> records_;
     std::vector<Step> steps_;
+    std::vector<std::string> screenshots_;
 };
 
 // The browser and the other apps of this headless machine: nothing really opens. Landing
@@ -357,6 +366,7 @@ class DemoRun {
         for (;;) {
             step();
             if (done()) return true;
+            if (interrupted && interrupted()) return false;
             auto now = std::chrono::steady_clock::now();
             if (now >= deadline) return false;
             double wait = std::min(0.05, std::chrono::duration<double>(deadline - now).count());
@@ -396,6 +406,8 @@ class DemoRun {
 
     std::vector<WatchedImage> images;
     std::function<void()> onStep;
+    // The person closed the window: every wait ends at once.
+    std::function<bool()> interrupted;
 
   private:
     Demo& demo_;
@@ -411,13 +423,16 @@ struct DemoOptions {
     std::optional<int64_t> rewardMuteAt;
     bool json = false;
     bool fast = false;
+    bool window = false;      // a person plays the host in a real window
+    std::string screenshots;  // directory for a PNG at each step of the timeline
 };
 
 // 0 when the options are usable, otherwise the usage error's exit status.
 int parseDemoOptions(const std::vector<std::string>& args, DemoOptions& out) {
     using namespace pelora::cli;
-    auto parsed = parseArgs(args, {"skip-at", "tap-at", "reward-skip-at", "reward-mute-at"},
-                            {"json", "fast"});
+    auto parsed =
+        parseArgs(args, {"skip-at", "tap-at", "reward-skip-at", "reward-mute-at", "screenshots"},
+                  {"json", "fast", "window"});
     if (!parsed.error.empty()) return usageError("demo", parsed.error);
     if (!parsed.positional.empty())
         return usageError("demo", "unexpected argument " + parsed.positional[0]);
@@ -444,6 +459,12 @@ int parseDemoOptions(const std::vector<std::string>& args, DemoOptions& out) {
     if (out.skipAt && out.tapAt) return usageError("demo", "give --skip-at or --tap-at, not both");
     out.json = parsed.hasFlag("json");
     out.fast = parsed.hasFlag("fast");
+    out.window = parsed.hasFlag("window");
+    if (parsed.has("screenshots")) out.screenshots = parsed.options["screenshots"];
+    if (out.window && out.fast)
+        return usageError("demo",
+                          "--fast moves the clock for a scripted user; a person in a "
+                          "--window watches real time");
     return 0;
 }
 
@@ -455,6 +476,24 @@ struct DemoHost {
     const pelora::platform::Services& services;
     std::shared_ptr<ui::Window> window;
     std::shared_ptr<ui::ViewController> root;
+    // A person plays the host in a real window: the scripted user only does what the options
+    // ask for, and the demo waits for the person's taps.
+    bool person = false;
+    std::unique_ptr<pelora::desktop::ViewRenderer> shots;  // --screenshots
+    std::string shotsDirectory;
+
+    // A PNG of the whole window, listed on the timeline and in the summary.
+    void screenshot(const std::string& name) {
+        if (!shots) return;
+        const std::string path = shotsDirectory + "/" + name + ".png";
+        std::string error;
+        if (shots->writePNG(*window, path, &error)) {
+            demo.note("host", "screenshot " + name, path, {{"path", path}});
+            demo.screenshot(path);
+        } else {
+            demo.note("host", "screenshot " + name + " failed", error);
+        }
+    }
 
     // A tap in the middle of `view`, told on the timeline first.
     void tapCenter(const std::shared_ptr<ui::View>& view, const std::string& what,
@@ -503,6 +542,7 @@ SplashOutcome showSplash(DemoHost& host, SplashHost& splashHost,
         if (!view->timer() && label != "0") return;  // the file's placeholder text
         out.ticks.push_back(label);
         demo.note("splash", "countdown " + label, "", {{"countDown", label}});
+        if (label == "5" || label == "4") host.screenshot("splash-" + label);
     };
     splashHost.beforeCallback = watchCountdown;
     run.onStep = [&, weakSplash, watchCountdown] {
@@ -538,7 +578,7 @@ SplashOutcome showSplash(DemoHost& host, SplashHost& splashHost,
         run.pumpUntil(
             [&] {
                 return run.images[imageIndex].reported && demo.record(kSplashSlot, 1) &&
-                       (!opt.tapAt || demo.record(kSplashSlot, 2));
+                       (splashHost.clicks == 0 || demo.record(kSplashSlot, 2));
             },
             3);
     }
@@ -560,16 +600,21 @@ void runSplashPart(DemoHost& host) {
 
     demo.check("splash ad loaded", splashHost->loaded, out.adId);
     demo.check("splash ad shown (splashAdDidShow)", splashHost->shown);
+    // What the user did: what the options asked the scripted user for, or what the person did.
+    const bool skipped = opt.skipAt || (host.person && splashHost->skipped);
+    const bool tapped = !skipped && (opt.tapAt || (host.person && splashHost->clicks > 0));
     std::vector<std::string> expected;
     int64_t end = opt.skipAt ? *opt.skipAt : opt.tapAt ? *opt.tapAt : 0;
+    if (host.person && (skipped || tapped) && !opt.skipAt && !opt.tapAt && !out.ticks.empty())
+        pelora::cli::parseInt64(out.ticks.back(), end);
     for (int64_t s = 5; s >= end; --s) expected.push_back(std::to_string(s));
     std::string seen;
     for (const auto& t : out.ticks) seen += (seen.empty() ? "" : " ") + t;
     demo.check("countdown ticked", out.ticks == expected, seen);
-    if (opt.skipAt) {
+    if (skipped) {
         demo.check("skip reported (splashAdDidClickSkip), no time-over",
                    splashHost->skipped && !splashHost->timedOut);
-    } else if (opt.tapAt) {
+    } else if (tapped) {
         demo.check("click reported (splashAdDidClick), no time-over",
                    splashHost->clicks == 1 && !splashHost->timedOut);
     } else {
@@ -579,7 +624,7 @@ void runSplashPart(DemoHost& host) {
     auto imp = demo.record(kSplashSlot, 1);
     demo.check("splash impression tracking received, macros substituted",
                imp && !macrosLeft(imp->url + imp->body), imp ? imp->url : "none");
-    if (opt.tapAt) {
+    if (tapped) {
         auto click = demo.record(kSplashSlot, 2);
         demo.check("splash click tracking received, macros substituted",
                    click && !macrosLeft(click->url + click->body), click ? click->url : "none");
@@ -609,8 +654,18 @@ void showNativeCard(DemoHost& host, NativeHost& nativeHost,
     auto title = std::make_shared<ui::Label>(makeRect(56, 0, 287, 48));
     auto picture = std::make_shared<ui::ImageView>(makeRect(0, 56, 343, 193));
     auto desc = std::make_shared<ui::Label>(makeRect(0, 256, 343, 44));
+    // The host's own look: a rounded card, a bold title, two lines of grey description.
+    container->setBackgroundColor(ui::Color::rgba(0.96, 0.96, 0.97));
+    container->setCornerRadius(12);
+    container->setClipsToBounds(true);
     title->setText(data->title);
+    title->setFontSize(17);
+    title->setFontWeight(ui::FontWeight::Bold);
+    title->setNumberOfLines(2);
     desc->setText(data->desc);
+    desc->setFontSize(14);
+    desc->setTextColor(ui::Color::rgba(0.35, 0.36, 0.4));
+    desc->setNumberOfLines(2);
     for (const auto& v : std::vector<std::shared_ptr<ui::View>>{icon, title, picture, desc})
         container->addSubview(v);
     host.root->view()->addSubview(container);
@@ -633,8 +688,15 @@ void showNativeCard(DemoHost& host, NativeHost& nativeHost,
             return demo.record(kNativeSlot, 1) != nullptr;
         },
         3);
-    host.tapCenter(picture, "taps the native ad");
-    run.pumpUntil([&] { return demo.record(kNativeSlot, 2) != nullptr; }, 3);
+    host.screenshot("native");
+    if (host.person) {
+        demo.note("host", "waiting for a tap on the native ad", "up to 30 s");
+        run.pumpUntil([&] { return nativeHost.clicks > 0; }, 30);
+    } else {
+        host.tapCenter(picture, "taps the native ad");
+    }
+    if (nativeHost.clicks > 0)
+        run.pumpUntil([&] { return demo.record(kNativeSlot, 2) != nullptr; }, 3);
     run.pumpUntil([] { return false; }, host.options.fast ? 0.05 : 0.2);  // deep-link reports
 }
 
@@ -657,14 +719,18 @@ void runNativePart(DemoHost& host) {
     demo.check("native ads loaded", !nativeHost->ads.empty(),
                std::to_string(nativeHost->ads.size()) + " ads");
     demo.check("native ad shown (nativeAdDidDidShow)", nativeHost->shown);
-    demo.check("native ad clicked (nativeAdDidClickWithView)", nativeHost->clicks == 1);
+    // A person may let the ad be: then there is no click to check.
+    const bool clickExpected = !host.person || nativeHost->clicks > 0;
+    if (clickExpected)
+        demo.check("native ad clicked (nativeAdDidClickWithView)", nativeHost->clicks == 1);
     auto imp = demo.record(kNativeSlot, 1);
     demo.check("native impression tracking received, macros substituted",
                imp && !macrosLeft(imp->url + imp->body),
                imp ? imp->method + " " + imp->url : "none");
     auto click = demo.record(kNativeSlot, 2);
-    demo.check("native click tracking received, macros substituted",
-               click && !macrosLeft(click->url + click->body), click ? click->url : "none");
+    if (clickExpected)
+        demo.check("native click tracking received, macros substituted",
+                   click && !macrosLeft(click->url + click->body), click ? click->url : "none");
 
     // The host is done with its ads.
     if (container) container->removeFromSuperview();
@@ -749,6 +815,7 @@ struct RewardWatch {
     std::optional<double> endPageAt;
     std::string endPage;
     uint64_t frames = 0;
+    bool playingShot = false;
 };
 
 bool visible(const std::shared_ptr<ui::View>& view) {
@@ -804,10 +871,12 @@ void watchEndPage(DemoHost& host, const PageOnScreen& page, RewardWatch& watch) 
             watch.endPage += ", button \"" + page.endButton->currentTitle().value_or("") + "\"";
         watch.endPage += ", " + std::to_string(webViews) + " blank web views";
         host.demo.note("page", "end page", watch.endPage);
+        host.screenshot("end-page");
         return;
     }
-    // A person looks at the end page for a moment before closing it.
-    if (watch.closed || now - *watch.endPageAt < 1.0) return;
+    // A person in a window closes the page when they like; the scripted one looks at the
+    // end page for a moment first.
+    if (host.person || watch.closed || now - *watch.endPageAt < 1.0) return;
     if (page.layer) watch.frames = page.layer->framesReceived();
     watch.closed = true;
     host.tapCenter(page.close, "taps close");
@@ -847,6 +916,10 @@ void watchRewardPage(DemoHost& host, RewardWatch& watch) {
                   {{"width", frame->width}, {"height", frame->height}});
     }
     if (page.layer) watch.frames = std::max(watch.frames, page.layer->framesReceived());
+    if (!watch.playingShot && visible(page.bell) && watch.firstFrame && page.second() >= 1) {
+        watch.playingShot = true;
+        host.screenshot("video-playing");
+    }
     if (visible(page.bell) && !watch.started) {
         watch.started = true;
         demo.note("page", "playing: mute and countdown shown", "");
@@ -881,11 +954,10 @@ std::string videoMacros(const pelora::sandbox::TrackingRecord& r) {
     return out;
 }
 
-void checkRewardTracking(DemoHost& host, const RewardWatch& watch) {
+void checkRewardTracking(DemoHost& host, const RewardWatch& watch, bool skipped) {
     auto& demo = host.demo;
-    const auto& opt = host.options;
     std::vector<int64_t> expected = {31};
-    if (opt.rewardSkipAt) {
+    if (skipped) {
         expected.push_back(36);
     } else {
         for (int64_t type : {32, 33, 34, 35, 8}) expected.push_back(type);
@@ -933,13 +1005,18 @@ void runRewardPart(DemoHost& host) {
                 run.pumpUntil([] { return false; }, 0.03);
             }
         } else {
-            run.pumpUntil([&] { return rewardHost->over(); }, 30);
+            run.pumpUntil([&] { return rewardHost->over(); }, host.person ? 120 : 30);
         }
         run.pumpUntil([&] { return watch.released || !watch.presented; }, 2);
         run.onStep = nullptr;
         // The last beacon (close or skip) is on its way.
-        run.pumpUntil([&] { return demo.record(kRewardSlot, opt.rewardSkipAt ? 36 : 8); }, 3);
+        const bool skip = rewardHost->heard("rewardVideoAdManagerDidClickSkip");
+        run.pumpUntil([&] { return demo.record(kRewardSlot, skip ? 36 : 8); }, 3);
     }
+    // What the user did: the scripted one as the options said, a person as they liked.
+    const bool skipped =
+        opt.rewardSkipAt || (host.person && rewardHost->heard("rewardVideoAdManagerDidClickSkip"));
+    if (host.person && demo.count(kRewardSlot, 41) > 0) watch.muted = true;
 
     const auto& order = rewardHost->order;
     demo.check("rewarded video loaded (DidSuccessLoad, then VideoDidLoad)",
@@ -956,7 +1033,7 @@ void runRewardPart(DemoHost& host) {
     std::string seen;
     for (const auto& t : watch.countdown) seen += (seen.empty() ? "" : " ") + t;
     demo.check("video countdown ticked", watch.countdown.size() >= 2, seen);
-    if (opt.rewardSkipAt) {
+    if (skipped) {
         demo.check("skip reported (rewardVideoAdManagerDidClickSkip), no finish",
                    rewardHost->heard("rewardVideoAdManagerDidClickSkip") &&
                        !rewardHost->heard("rewardVideoAdManagerDidPlayFinish"));
@@ -968,7 +1045,7 @@ void runRewardPart(DemoHost& host) {
                    rewardHost->heard("rewardVideoAdManagerDidClose"));
     }
     demo.check("page dismissed and released", watch.released);
-    checkRewardTracking(host, watch);
+    checkRewardTracking(host, watch, skipped);
 
     manager.reset();
     demo.drain();
@@ -1013,14 +1090,60 @@ int runDemo(const std::vector<std::string>& args) {
 
     DemoRun run(demo, *services.mainRunLoop, fastClock);
     auto window = std::make_shared<ui::Window>(services.device->screenBounds());
+    window->setBackgroundColor(ui::Color::white());
     auto root = std::make_shared<ui::ViewController>();
     window->setRootViewController(root);
     window->makeKeyAndVisible();
     DemoHost host{demo, run, opt, services, window, root};
+    const double scale = services.device->screenScale();
+
+    std::unique_ptr<pelora::desktop::DesktopWindow> desktopWindow;
+    bool windowClosed = false;
+    if (opt.window) {
+        pelora::desktop::DesktopWindowOptions windowOptions;
+        windowOptions.title = "Pelora demo";
+        windowOptions.renderScale = scale;
+        desktopWindow = pelora::desktop::DesktopWindow::open(window, *services.mainRunLoop,
+                                                             windowOptions, &why);
+        if (!desktopWindow) {
+            std::cerr << "pelora: --window: " << why
+                      << "\n(without --window the demo plays a scripted user headless)\n";
+            sandbox.stop();
+            return 1;
+        }
+        desktopWindow->setQuitHandler([&] {
+            windowClosed = true;
+            demo.note("user", "closes the window", "");
+        });
+        run.interrupted = [&] { return windowClosed; };
+        host.person = true;
+        demo.note("host", "window open",
+                  std::to_string(int(window->bounds().width())) + "x" +
+                      std::to_string(int(window->bounds().height())) +
+                      " points, one screen pixel per point; drawn at scale " +
+                      std::to_string(int(scale)),
+                  {{"windowId", desktopWindow->nativeWindowId()}});
+    }
+    if (!opt.screenshots.empty()) {
+        std::error_code ec;
+        std::filesystem::create_directories(opt.screenshots, ec);
+        if (ec) {
+            std::cerr << "pelora: --screenshots: cannot make " << opt.screenshots << ": "
+                      << ec.message() << "\n";
+            sandbox.stop();
+            return 1;
+        }
+        host.shots = std::make_unique<pelora::desktop::ViewRenderer>(scale);
+        host.shotsDirectory = opt.screenshots;
+    }
 
     runSplashPart(host);
-    runNativePart(host);
-    runRewardPart(host);
+    if (!windowClosed) runNativePart(host);
+    if (!windowClosed) runRewardPart(host);
+    if (desktopWindow)
+        demo.note("host", "window frames",
+                  std::to_string(desktopWindow->framesPresented()) + " presented");
+    desktopWindow.reset();
 
     bool ok = demo.summary();
     sandbox.setTrackingObserver(nullptr);
@@ -1031,11 +1154,13 @@ int runDemo(const std::vector<std::string>& args) {
 
 const bool registered = pelora::cli::registerCommand({
     "demo",
-    "demo [--skip-at S | --tap-at S] [--reward-skip-at V] [--reward-mute-at V] [--fast] [--json]",
+    "demo [--skip-at S | --tap-at S] [--reward-skip-at V] [--reward-mute-at V] [--fast] [--json]\n"
+    "     [--window] [--screenshots DIR]",
     "play a host app against an in-process sandbox: splash ad, native ads, rewarded video, "
     "tracking, summary (S: seconds left on the splash countdown, 5..1; V: second of the video, "
     "5..10 for skip, 1..9 for mute; --fast: the demo moves the clock itself and plays the video "
-    "on a scripted player)",
+    "on a scripted player; --window: a person plays the host in a real window; --screenshots: "
+    "a PNG of the screen at each step)",
     runDemo,
 });
 
