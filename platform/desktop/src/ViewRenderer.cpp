@@ -37,7 +37,8 @@ uint8_t premultiply(uint8_t c, uint8_t a) {
     return static_cast<uint8_t>((c * a + 127) / 255);
 }
 
-// Straight RGBA rows into a cairo ARGB32 surface (premultiplied, native-endian words).
+// Straight RGBA rows into a cairo ARGB32 or RGB24 surface (premultiplied, native-endian
+// words).
 void copyRGBAToSurface(const uint8_t* src, int width, int height, size_t srcStride,
                        cairo_surface_t* surface) {
     cairo_surface_flush(surface);
@@ -60,30 +61,62 @@ void copyRGBAToSurface(const uint8_t* src, int width, int height, size_t srcStri
     cairo_surface_mark_dirty(surface);
 }
 
-// A cairo ARGB32 surface into straight RGBA rows.
+// One row of cairo's words (0xAARRGGBB) as RGBA bytes, four pixels at a time with the
+// compiler's vector types (SSE2 / NEON). Returns the AND of all words: alpha 0xff in it means
+// an opaque row.
+uint32_t swizzleRow(const uint32_t* s, uint32_t* d, int width) {
+    using V = uint32_t __attribute__((vector_size(16)));
+    V all = {0xffffffffu, 0xffffffffu, 0xffffffffu, 0xffffffffu};
+    int x = 0;
+    for (; x + 4 <= width; x += 4) {
+        V p;
+        std::memcpy(&p, s + x, sizeof p);
+        all &= p;
+        // Little-endian RGBA bytes are the word 0xAABBGGRR.
+        const V out = (p & 0xff00ff00u) | ((p >> 16) & 0xffu) | ((p & 0xffu) << 16);
+        std::memcpy(d + x, &out, sizeof out);
+    }
+    uint32_t total = all[0] & all[1] & all[2] & all[3];
+    for (; x < width; ++x) {
+        const uint32_t p = s[x];
+        total &= p;
+        d[x] = (p & 0xff00ff00u) | ((p >> 16) & 0xffu) | ((p & 0xffu) << 16);
+    }
+    return total;
+}
+
+// A cairo ARGB32 surface into straight RGBA rows. Opaque rows (most of a screen) take the
+// shuffle alone; rows with translucent pixels are unpremultiplied afterwards.
 void copySurfaceToRGBA(cairo_surface_t* surface, uint8_t* dst, int width, int height,
                        size_t dstStride) {
     cairo_surface_flush(surface);
     const uint8_t* src = cairo_image_surface_get_data(surface);
     const int srcStride = cairo_image_surface_get_stride(surface);
+    const bool aligned = reinterpret_cast<uintptr_t>(dst) % alignof(uint32_t) == 0 &&
+                         dstStride % alignof(uint32_t) == 0;
+    std::vector<uint32_t> scratch(aligned ? 0 : static_cast<size_t>(width));
     for (int y = 0; y < height; ++y) {
         const auto* s = reinterpret_cast<const uint32_t*>(src + static_cast<size_t>(y) * srcStride);
-        uint8_t* d = dst + static_cast<size_t>(y) * dstStride;
-        for (int x = 0; x < width; ++x, d += 4) {
-            const uint32_t p = s[x];
-            const uint32_t a = p >> 24;
-            uint32_t r = (p >> 16) & 0xff, g = (p >> 8) & 0xff, b = p & 0xff;
-            if (a != 255 && a != 0) {
-                r = (r * 255 + a / 2) / a;
-                g = (g * 255 + a / 2) / a;
-                b = (b * 255 + a / 2) / a;
+        uint8_t* rowBytes = dst + static_cast<size_t>(y) * dstStride;
+        auto* d = aligned ? reinterpret_cast<uint32_t*>(rowBytes) : scratch.data();
+        const uint32_t all = swizzleRow(s, d, width);
+        if ((all >> 24) != 0xffu) {
+            auto* bytes = reinterpret_cast<uint8_t*>(d);
+            for (int x = 0; x < width; ++x) {
+                uint8_t* q = bytes + static_cast<size_t>(x) * 4;
+                const uint32_t a = q[3];
+                if (a == 255 || a == 0) continue;
+                for (int c = 0; c < 3; ++c) q[c] = static_cast<uint8_t>((q[c] * 255 + a / 2) / a);
             }
-            d[0] = static_cast<uint8_t>(r);
-            d[1] = static_cast<uint8_t>(g);
-            d[2] = static_cast<uint8_t>(b);
-            d[3] = static_cast<uint8_t>(a);
         }
+        if (!aligned) std::memcpy(rowBytes, scratch.data(), static_cast<size_t>(width) * 4);
     }
+}
+
+bool allOpaque(const std::vector<uint8_t>& rgba) {
+    uint8_t all = 0xff;
+    for (size_t i = 3; i < rgba.size(); i += 4) all &= rgba[i];
+    return all == 0xff;
 }
 
 void roundedRectPath(cairo_t* cr, double w, double h, double radius) {
@@ -326,8 +359,11 @@ struct ViewRenderer::Impl {
                 cached.owner = image;
                 return;
             }
-            cached.surface.reset(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, image->pixelWidth,
-                                                            image->pixelHeight));
+            // Opaque images (most creatives) become RGB24 surfaces, which pixman scales and
+            // composites without alpha arithmetic.
+            cached.surface.reset(cairo_image_surface_create(
+                allOpaque(rgba) ? CAIRO_FORMAT_RGB24 : CAIRO_FORMAT_ARGB32, image->pixelWidth,
+                image->pixelHeight));
             if (cairo_surface_status(cached.surface.get()) != CAIRO_STATUS_SUCCESS) {
                 cached.surface.reset();
                 return;
