@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -9,6 +10,7 @@
 #include "AdTestSupport.h"
 #include "FakeServer.h"
 #include "pelora/PeloraSplashAdView.h"
+#include "pelora/desktop/ViewRenderer.h"
 #include "pelora/ui/UI.h"
 #include "splash/PeloraSplashAdConfig.h"
 #include "track/PeloraTrackEvent.h"
@@ -165,6 +167,41 @@ TEST_F(SplashAdViewTest, VisibleViewLoadsShowsAndTimesOutAfterFiveSeconds) {
     EXPECT_EQ(impressions[0].param("ad").value_or(""), "splash-1");
     EXPECT_EQ(impressions[0].param("rw").value_or(""), "750");
     EXPECT_EQ(impressions[0].param("w").value_or(""), "375");
+}
+
+// What a person sees change from one second to the next: the countdown's digit, nothing else.
+TEST_F(SplashAdViewTest, DrawnAtFiveAndFourTheScreenDiffersOnlyInsideTheCountdownLabel) {
+    auto view = loadedView();
+    ASSERT_TRUE(view);
+    ASSERT_TRUE(tp.waitFor([&] { return view->imageV()->image() != nullptr; }));
+    pelora::desktop::ViewRenderer renderer(2);
+    const int w = renderer.pixelWidth(*window), h = renderer.pixelHeight(*window);
+    auto draw = [&] {
+        std::vector<uint8_t> pixels(static_cast<size_t>(w) * h * 4);
+        renderer.renderInto(*window, pixels.data(), w, h, static_cast<size_t>(w) * 4);
+        return pixels;
+    };
+    ASSERT_EQ(view->countL()->text().value_or(""), "5");
+    auto five = draw();
+    tp.advance(1.0);
+    ASSERT_EQ(view->countL()->text().value_or(""), "4");
+    auto four = draw();
+
+    int minX = w, minY = h, maxX = -1, maxY = -1;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const size_t i = (static_cast<size_t>(y) * w + x) * 4;
+            if (std::equal(&five[i], &five[i] + 4, &four[i])) continue;
+            minX = std::min(minX, x), maxX = std::max(maxX, x);
+            minY = std::min(minY, y), maxY = std::max(maxY, y);
+        }
+    ASSERT_GE(maxX, 0) << "the two seconds look the same";
+    auto label = view->countL();
+    auto origin = label->convertPointToView({0, 0}, nullptr);
+    EXPECT_GE(minX, origin.x * 2);
+    EXPECT_GE(minY, origin.y * 2);
+    EXPECT_LT(maxX, (origin.x + label->bounds().width()) * 2);
+    EXPECT_LT(maxY, (origin.y + label->bounds().height()) * 2);
 }
 
 TEST_F(SplashAdViewTest, RequestDescribesTheWholeScreenInPixels) {
