@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -27,10 +28,10 @@ std::string binary() {
     return std::string(PELORA_BINARY_DIR) + "/tools/pelora";
 }
 
-Run run(const std::string& args) {
+Run run(const std::string& args, const std::string& prefix = "") {
     Run out;
     // `timeout` bounds the child in real time whatever happens to it.
-    std::string cmd = "timeout 60 " + binary() + " " + args + " 2>/dev/null";
+    std::string cmd = prefix + "timeout 60 " + binary() + " " + args + " 2>/dev/null";
     FILE* pipe = ::popen(cmd.c_str(), "r");
     if (!pipe) return out;
     char buffer[4096];
@@ -182,6 +183,68 @@ TEST_F(ProgramTest, DemoRefusesBadOptions) {
     EXPECT_EQ(run("demo extra").status, 2);
     EXPECT_EQ(run("demo --reward-skip-at 4").status, 2) << "skipping opens at 5";
     EXPECT_EQ(run("demo --reward-mute-at 0").status, 2);
+    EXPECT_EQ(run("demo --window --fast").status, 2) << "a person watches real time";
+    // Without a display the window cannot open: a clear failure, not a hang or a crash.
+    EXPECT_EQ(run("demo --window", "env -u DISPLAY -u WAYLAND_DISPLAY ").status, 1);
+}
+
+// The size a PNG file declares in its header, or {0, 0}.
+std::pair<uint32_t, uint32_t> pngSize(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    unsigned char header[24] = {};
+    if (!in.read(reinterpret_cast<char*>(header), sizeof header)) return {0, 0};
+    if (header[1] != 'P' || header[2] != 'N' || header[3] != 'G') return {0, 0};
+    auto be = [&](int at) {
+        return (uint32_t{header[at]} << 24) | (uint32_t{header[at + 1]} << 16) |
+               (uint32_t{header[at + 2]} << 8) | uint32_t{header[at + 3]};
+    };
+    return {be(16), be(20)};
+}
+
+TEST_F(ProgramTest, DemoScreenshotsEveryStepWithoutADisplay) {
+    const auto dir = cache_ / "shots";
+    auto r = run("demo --fast --json --screenshots " + dir.string(),
+                 "env -u DISPLAY -u WAYLAND_DISPLAY ");
+    ASSERT_EQ(r.status, 0) << r.raw;
+    ASSERT_FALSE(r.lines.empty());
+    const auto& summary = r.lines.back();
+    std::vector<std::string> listed = summary.value("screenshots", std::vector<std::string>{});
+    std::vector<std::string> expected;
+    for (const char* name : {"splash-5", "splash-4", "native", "video-playing", "end-page"})
+        expected.push_back((dir / (std::string(name) + ".png")).string());
+    EXPECT_EQ(listed, expected);
+    for (const auto& path : expected) {
+        auto size = pngSize(path);
+        EXPECT_EQ(size.first, 750u) << path;  // 375x667 points at the screen scale, 2
+        EXPECT_EQ(size.second, 1334u) << path;
+    }
+}
+
+TEST_F(ProgramTest, RenderDrawsAnInterfaceFileAndRefusesBadOnes) {
+    const std::string bundle =
+        std::string(PELORA_SOURCE_DIR) + "/resources/PeloraSDKBundle.bundle/";
+    const auto out = cache_ / "splash.png";
+    EXPECT_EQ(run("render " + bundle + "PeloraSplashAdView.json --out " + out.string()).status, 0);
+    EXPECT_EQ(pngSize(out), std::make_pair(750u, 1334u));
+    const auto page = cache_ / "page.png";
+    EXPECT_EQ(run("render " + bundle + "PeloraVideoPlayerVC.json --scale 1 --show closeBtn --out " +
+                  page.string())
+                  .status,
+              0);
+    EXPECT_EQ(pngSize(page), std::make_pair(375u, 667u));
+
+    EXPECT_EQ(run("render " + bundle + "PeloraVideoPlayerVC.json --show nothingSuch --out " +
+                  (cache_ / "x.png").string())
+                  .status,
+              1);
+    EXPECT_EQ(run("render " + bundle + "missing.json --out " + (cache_ / "x.png").string()).status,
+              1);
+    const auto broken = cache_ / "broken.json";
+    std::ofstream(broken) << "{\"objects\": [";
+    EXPECT_EQ(run("render " + broken.string() + " --out " + (cache_ / "x.png").string()).status, 1);
+    EXPECT_FALSE(std::filesystem::exists(cache_ / "x.png"));
+    EXPECT_EQ(run("render " + bundle + "PeloraSplashAdView.json").status, 2) << "no --out";
+    EXPECT_EQ(run("render " + bundle + "PeloraSplashAdView.json --scale 0 --out a.png").status, 2);
 }
 
 class LoadProgramTest : public ProgramTest {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 #include "pelora/desktop/DesktopPlatform.h"
 #include "pelora/desktop/FramePresenter.h"
@@ -164,6 +165,15 @@ std::unique_ptr<DesktopWindow> DesktopWindow::open(std::shared_ptr<ui::Window> w
     SDL_SetHint(SDL_HINT_RENDER_SCALE_QUALITY, "linear");
     if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
         return fail(std::string("no display to open a window on (") + SDL_GetError() + ")");
+    // With no display SDL falls back to drivers that show nothing; a window nobody can see
+    // is not what the host asked for, unless SDL_VIDEODRIVER names such a driver on purpose.
+    const std::string driver = SDL_GetCurrentVideoDriver() ? SDL_GetCurrentVideoDriver() : "";
+    const char* requested = std::getenv("SDL_VIDEODRIVER");
+    if ((driver == "offscreen" || driver == "dummy" || driver == "evdev") &&
+        !(requested && driver == requested)) {
+        SDL_QuitSubSystem(SDL_INIT_VIDEO);
+        return fail("no display to open a window on ($DISPLAY and $WAYLAND_DISPLAY are not set)");
+    }
     auto impl = std::make_unique<Impl>(window, loop, options);
     if (impl->options.windowScale <= 0) impl->options.windowScale = 1;
     const auto size = window->bounds().size;
