@@ -20,6 +20,6 @@ else
   EXTRA=()
 fi
 
-cmake -S . -B "$BUILD_DIR" -G Ninja "${EXTRA[@]}" >/dev/null
+cmake -S . -B "$BUILD_DIR" -G Ninja -DPELORA_WERROR=ON "${EXTRA[@]}" >/dev/null
 cmake --build "$BUILD_DIR" -j "$(nproc)"
 ctest --test-dir "$BUILD_DIR" --output-on-failure -j "$(nproc)"

@@ -23,7 +23,7 @@ namespace pelora::ui {
 class View;
 }
 namespace pelora::platform {
-struct Image;
+class Image;
 }
 
 class PeloraTool {

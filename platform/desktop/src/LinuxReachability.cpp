@@ -130,9 +130,9 @@ std::vector<NetRoute> parseProcIpv6Route(std::string_view text) {
         r.interface = w[9];
         r.family = 6;
         bool ok = true;
-        for (size_t i = 0; i < 16; ++i) {
-            unsigned long long byte;
-            ok = ok && parseHex(w[0].substr(2 * i, 2), byte);
+        for (size_t i = 0; i < 16 && ok; ++i) {
+            unsigned long long byte = 0;
+            ok = parseHex(w[0].substr(2 * i, 2), byte);
             r.destination[i] = static_cast<uint8_t>(byte);
         }
         if (!ok) continue;
