@@ -1,5 +1,7 @@
 #pragma once
 
+#include "pelora/platform/Export.h"
+
 // The ad server's answer as records: the envelope, its payload, the ads, their tracking
 // instructions and their videos. Fields are named as the wire keys (except where a record
 // renames one through modelCustomPropertyMapper).
@@ -19,7 +21,7 @@ struct PeloraRespObject;
 struct PeloraApiAd;
 
 // One tracking instruction: which URLs to call for one event type, and how.
-struct PeloraRespTrackObject {
+struct PELORA_EXPORT PeloraRespTrackObject {
     int64_t trackType = 0;
     std::optional<std::vector<std::string>> urls;
     std::optional<std::string> method;
@@ -33,7 +35,7 @@ struct PeloraRespTrackObject {
 };
 
 // One video creative of an ad.
-struct PeloraRespVideoObject {
+struct PELORA_EXPORT PeloraRespVideoObject {
     std::optional<std::string> videoUrl;
     std::optional<std::string> videoDuration;
     int64_t size = 0;
@@ -53,7 +55,7 @@ struct PeloraRespVideoObject {
 };
 
 // One ad as delivered, plus what the transport and the tracker add to it.
-struct PeloraApiAd {
+struct PELORA_EXPORT PeloraApiAd {
     std::optional<std::string> adId;
     int64_t creativeType = 0;
     int64_t interactionType = 0;
@@ -100,7 +102,7 @@ struct PeloraApiAd {
 };
 
 // The payload of an answer: the ads in server order.
-struct PeloraRespObject {
+struct PELORA_EXPORT PeloraRespObject {
     std::optional<std::string> reqId;
     std::optional<std::string> provider;
     std::optional<std::vector<std::shared_ptr<PeloraApiAd>>> ads;
@@ -110,7 +112,7 @@ struct PeloraRespObject {
 };
 
 // The envelope of an answer; the presence of rData (JSON key "data") decides success.
-struct PeloraRespData {
+struct PELORA_EXPORT PeloraRespData {
     int64_t code = 0;
     std::shared_ptr<PeloraRespObject> rData;
 

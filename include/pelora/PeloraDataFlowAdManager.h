@@ -1,5 +1,7 @@
 #pragma once
 
+#include "pelora/platform/Export.h"
+
 // Native ads ("data-flow" ads): the manager loads the ads of one slot and hands the host one
 // PeloraNativeAd per ad, in the server's order.
 
@@ -14,7 +16,7 @@
 #include "pelora/platform/Error.h"
 
 // The slot the host asks ads for.
-struct PeloraDataFlowSlot {
+struct PELORA_EXPORT PeloraDataFlowSlot {
     std::optional<std::string> slotId;
     // Whole seconds; the ad request's time-out.
     int64_t tolerateTimeout = kPeloraDefaultTolerateTimeout;
@@ -26,7 +28,7 @@ struct PeloraDataFlowSlot {
 class PeloraDataFlowAdManager;
 
 // Callbacks of the manager, on the main thread. Override the ones you need.
-class PeloraDataFlowAdManagerDelegate {
+class PELORA_EXPORT PeloraDataFlowAdManagerDelegate {
   public:
     virtual ~PeloraDataFlowAdManagerDelegate() = default;
     // At least one ad, in the server's order.
@@ -40,8 +42,9 @@ class PeloraDataFlowAdManagerDelegate {
         const pelora::platform::Error& /*error*/) {}
 };
 
-class PeloraDataFlowAdManager : public PeloraConfig,
-                                public std::enable_shared_from_this<PeloraDataFlowAdManager> {
+class PELORA_EXPORT PeloraDataFlowAdManager
+    : public PeloraConfig,
+      public std::enable_shared_from_this<PeloraDataFlowAdManager> {
   public:
     PeloraDataFlowAdManager() : PeloraConfig("PeloraDataFlowAdManager") {}
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "pelora/platform/Export.h"
+
 // One native ad handed to the host: the ad's data for the host to render in its own views,
 // and the binding of those views for exposure and click tracking.
 
@@ -15,7 +17,7 @@ class PeloraNativeAd;
 class PeloraTrackEvent;
 
 // Callbacks of a native ad, on the main thread. Override the ones you need.
-class PeloraNativeAdDelegate {
+class PELORA_EXPORT PeloraNativeAdDelegate {
   public:
     virtual ~PeloraNativeAdDelegate() = default;
     // The ad was counted as exposed. The doubled "Did" is the callback's real name.
@@ -25,7 +27,7 @@ class PeloraNativeAdDelegate {
                                           std::shared_ptr<pelora::ui::View> /*view*/) {}
 };
 
-class PeloraNativeAd : public std::enable_shared_from_this<PeloraNativeAd> {
+class PELORA_EXPORT PeloraNativeAd : public std::enable_shared_from_this<PeloraNativeAd> {
   public:
     // Use init(): the tracker's handlers point back to the native ad.
     PeloraNativeAd() = default;
@@ -65,7 +67,7 @@ class PeloraNativeAd : public std::enable_shared_from_this<PeloraNativeAd> {
 };
 
 // A plain view hosts may use as the container of a native ad; any view serves as well.
-class PeloraNativeRenderView : public pelora::ui::View {
+class PELORA_EXPORT PeloraNativeRenderView : public pelora::ui::View {
   public:
     using pelora::ui::View::View;
     ~PeloraNativeRenderView() override;

@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 class ReachabilityHandle;
 class RunLoop;
@@ -27,7 +29,7 @@ enum PeloraNetworkStatus : int64_t {
 
 // Tells which network the device is on and announces changes. Status reads go to the
 // platform each time; the instance keeps no cached state.
-class PeloraNetReachable : public std::enable_shared_from_this<PeloraNetReachable> {
+class PELORA_EXPORT PeloraNetReachable : public std::enable_shared_from_this<PeloraNetReachable> {
     struct PrivateTag {};
 
   public:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "pelora/platform/Export.h"
+
 // Rewarded video ads: the manager loads the ads of one slot, picks the first, downloads its
 // video ahead of time when the server asks for it, and shows it on a full-screen page with
 // mute, countdown, skip, close and an end page. Everything the page does reaches the host
@@ -24,7 +26,7 @@ class PeloraPluginStatusStore;
 class PeloraVideoPlayerVC;
 
 // The slot the host asks a rewarded video for.
-struct PeloraRewardVideoSlot {
+struct PELORA_EXPORT PeloraRewardVideoSlot {
     std::optional<std::string> slotId;
     // Whole seconds; the ad request's time-out.
     int64_t tolerateTimeout = kPeloraDefaultTolerateTimeout;
@@ -38,7 +40,7 @@ class PeloraRewardVideoAdManager;
 // DidShow, DidPlayFinish (the one signal that the video was watched: give the reward here)
 // and DidClose. A skip replaces finish and close by DidClickSkip. DidClick may come at any
 // time the page is up, once per tap.
-class PeloraRewardVideoAdManagerDelegate {
+class PELORA_EXPORT PeloraRewardVideoAdManagerDelegate {
   public:
     virtual ~PeloraRewardVideoAdManagerDelegate() = default;
     // An ad was chosen and its video has a URL.
@@ -69,8 +71,9 @@ class PeloraRewardVideoAdManagerDelegate {
 // The host's handle on one rewarded video slot. Keep it alive while a load or a showing is
 // under way: completions and the page's events hold it weakly, and once it is gone the page
 // plays on but nobody hears of it.
-class PeloraRewardVideoAdManager : public PeloraConfig,
-                                   public std::enable_shared_from_this<PeloraRewardVideoAdManager> {
+class PELORA_EXPORT PeloraRewardVideoAdManager
+    : public PeloraConfig,
+      public std::enable_shared_from_this<PeloraRewardVideoAdManager> {
   public:
     PeloraRewardVideoAdManager() : PeloraConfig("PeloraRewardVideoAdManager") {}
     ~PeloraRewardVideoAdManager() override;

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "pelora/platform/Export.h"
+
 class PeloraNetReachable;
 struct PeloraUrlQuery;
 struct PeloraReqBody;
@@ -21,7 +23,7 @@ inline constexpr const char kPeloraDownloadErrorDomain[] = "sdk.data.err.downloa
 
 // The host's first point of contact: the application id and the SDK's identity values, plus
 // the one process-wide reachability monitor whose status every ad request carries.
-class PeloraSDKManager : public std::enable_shared_from_this<PeloraSDKManager> {
+class PELORA_EXPORT PeloraSDKManager : public std::enable_shared_from_this<PeloraSDKManager> {
     struct PrivateTag {};
 
   public:
@@ -67,7 +69,7 @@ class PeloraSDKManager : public std::enable_shared_from_this<PeloraSDKManager> {
 
 // The ad server's address. The origin is compiled in; tools and tests may point the SDK at
 // a local server with setBaseUrlOverride().
-class PeloraConstConfig {
+class PELORA_EXPORT PeloraConstConfig {
   public:
     PeloraConstConfig() = delete;
     // Scheme plus host, no trailing slash.
@@ -77,10 +79,17 @@ class PeloraConstConfig {
     // An empty optional restores the compiled-in origin. Set it before loading ads; it is
     // not meant to change while requests are being built on other threads.
     static void setBaseUrlOverride(std::optional<std::string> origin);
+
+    // Where the SDK's resource bundle ("PeloraSDKBundle.bundle": interface files, button
+    // artwork) is, as a path to the bundle directory itself. Without one the SDK looks beside
+    // the host's executable (its main bundle), then where the SDK was installed
+    // (<prefix>/share/pelora). A missing bundle is logged once; the views that need it are
+    // then not made (initWithSlotID returns null).
+    static void setResourceBundlePath(std::optional<std::string> path);
 };
 
 // Values of the host application's main bundle information, unchanged (absent when missing).
-class PeloraAppExt {
+class PELORA_EXPORT PeloraAppExt {
   public:
     PeloraAppExt() = delete;
     static std::optional<std::string> appBundleName();
@@ -92,7 +101,7 @@ class PeloraAppExt {
 // Base of the loader objects. init() fills defaults through configInit(); the other hooks
 // are empty and exist to be overridden. Destruction writes "dealloc: <class name>" to the
 // log, which is how leaks of loaders show up in the field.
-class PeloraConfig {
+class PELORA_EXPORT PeloraConfig {
   public:
     virtual ~PeloraConfig();
     PeloraConfig(const PeloraConfig&) = delete;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "pelora/platform/Export.h"
+
 // The splash ad: a full-screen view the host puts over its launch screen. It loads one ad,
 // shows its image (or its title), counts down five seconds next to a skip button, reports
 // exposure and clicks, and tells its delegate what happens. It never removes itself: the host
@@ -27,7 +29,7 @@ class PeloraTrackEvent;
 
 // Callbacks of the splash view, all on the main thread and synchronous. Override the ones you
 // need; the others do nothing.
-class PeloraSplashAdViewDelegate {
+class PELORA_EXPORT PeloraSplashAdViewDelegate {
   public:
     virtual ~PeloraSplashAdViewDelegate() = default;
     // An ad arrived; rendering (countdown, image, exposure) starts right after this returns.
@@ -46,7 +48,7 @@ class PeloraSplashAdViewDelegate {
 };
 
 // What the splash loader tells its owner (the splash view implements it).
-class PeloraSplashAdConfigDelegate {
+class PELORA_EXPORT PeloraSplashAdConfigDelegate {
   public:
     virtual ~PeloraSplashAdConfigDelegate() = default;
     // The request timed out (-1001).
@@ -59,7 +61,8 @@ class PeloraSplashAdConfigDelegate {
                                       std::shared_ptr<PeloraSplashAd> /*splashAd*/) {}
 };
 
-class PeloraSplashAdView : public pelora::ui::View, public PeloraSplashAdConfigDelegate {
+class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View,
+                                         public PeloraSplashAdConfigDelegate {
   public:
     // The interface file makes the view this way; hosts use initWithSlotID().
     PeloraSplashAdView();

@@ -8,6 +8,7 @@
 #include "pelora/platform/Services.h"
 #include "pelora/ui/NibLoader.h"
 #include "pelora/ui/View.h"
+#include "pelora/PeloraSDKManager.h"
 #include "support/PeloraResourceBundle.h"
 #include "support/PeloraTool.h"
 
@@ -173,28 +174,71 @@ void PeloraResetApiBundleCache() {
     cachedBundle().reset();
 }
 
+namespace {
+
+std::optional<std::string>& resourceBundlePathOverride() {
+    static std::optional<std::string> path;
+    return path;
+}
+
+std::string withoutTrailingSlashes(std::string path) {
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return path;
+}
+
+}  // namespace
+
+void PeloraConstConfig::setResourceBundlePath(std::optional<std::string> path) {
+    {
+        std::lock_guard lock(bundleMutex());
+        resourceBundlePathOverride() = std::move(path);
+    }
+    PeloraResetApiBundleCache();
+}
+
 std::shared_ptr<PeloraResourceBundle> PeloraTool::apiBundle() {
+    std::optional<std::string> chosen;
     {
         std::lock_guard lock(bundleMutex());
         if (cachedBundle()) return cachedBundle();
+        chosen = resourceBundlePathOverride();
     }
     if (!pelora::platform::hasServices()) return nullptr;
     const auto& services = pelora::platform::services();
     if (!services.device || !services.files) return nullptr;
-    std::string main = services.device->mainBundlePath();
-    while (main.size() > 1 && main.back() == '/') main.pop_back();
-    const std::string path = (main.empty() ? std::string(".") : main) + "/" +
-                             PeloraResourceBundle::kBundleName + "." +
-                             PeloraResourceBundle::kBundleExtension;
-    bool isDirectory = false;
-    if (!services.files->fileExists(path, &isDirectory) || !isDirectory) return nullptr;
-
-    auto bundle = std::make_shared<PeloraResourceBundle>();
-    bundle->bundlePath = path;
-    std::lock_guard lock(bundleMutex());
-    // Two first lookups may race; both found the same directory, the first store stays.
-    if (!cachedBundle()) cachedBundle() = bundle;
-    return cachedBundle();
+    const std::string bundleDir = std::string(PeloraResourceBundle::kBundleName) + "." +
+                                  PeloraResourceBundle::kBundleExtension;
+    // The host's choice alone when it made one; otherwise beside the host, then where the SDK
+    // was installed.
+    std::vector<std::string> candidates;
+    if (chosen) {
+        candidates.push_back(withoutTrailingSlashes(*chosen));
+    } else {
+        std::string main = withoutTrailingSlashes(services.device->mainBundlePath());
+        candidates.push_back((main.empty() ? std::string(".") : main) + "/" + bundleDir);
+#ifdef PELORA_INSTALL_DATA_DIR
+        candidates.push_back(std::string(PELORA_INSTALL_DATA_DIR) + "/" + bundleDir);
+#endif
+    }
+    for (const auto& path : candidates) {
+        bool isDirectory = false;
+        if (!services.files->fileExists(path, &isDirectory) || !isDirectory) continue;
+        auto bundle = std::make_shared<PeloraResourceBundle>();
+        bundle->bundlePath = path;
+        std::lock_guard lock(bundleMutex());
+        // Two first lookups may race; both found the same directory, the first store stays.
+        if (!cachedBundle()) cachedBundle() = bundle;
+        return cachedBundle();
+    }
+    static std::once_flag logged;
+    std::call_once(logged, [&] {
+        std::string looked;
+        for (const auto& path : candidates) looked += (looked.empty() ? "" : ", ") + path;
+        pelora::platform::log(pelora::platform::LogLevel::Error,
+                              "sdk: resource bundle " + bundleDir + " not found (looked in " +
+                                  looked + "); splash and video views cannot be made");
+    });
+    return nullptr;
 }
 
 std::shared_ptr<pelora::ui::View> PeloraTool::loadNib(const std::string& name) {

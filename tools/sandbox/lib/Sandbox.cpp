@@ -48,11 +48,14 @@ std::string executableDir() {
 }
 
 // The first directory holding the shipped sandbox data: an explicit override, a copy next
-// to the program, then the source tree this binary was built from.
+// to the program, the installed copy, then the source tree this binary was built from.
 std::string sandboxDataDir() {
     std::vector<std::string> candidates;
     if (const char* env = std::getenv("PELORA_SANDBOX_DIR"); env && *env) candidates.push_back(env);
     if (auto dir = executableDir(); !dir.empty()) candidates.push_back(dir + "/sandbox");
+#ifdef PELORA_INSTALL_DATA_DIR
+    candidates.push_back(std::string(PELORA_INSTALL_DATA_DIR) + "/sandbox");
+#endif
 #ifdef PELORA_SOURCE_DIR
     candidates.push_back(std::string(PELORA_SOURCE_DIR) + "/tools/sandbox");
 #endif

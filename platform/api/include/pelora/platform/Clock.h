@@ -1,10 +1,12 @@
 #pragma once
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
 // Source of time for the run loop, timers and timestamps. Tests install a manual clock
 // (pelora/testing/ManualClock.h) and advance it, so a five-second countdown runs instantly.
-class Clock {
+class PELORA_EXPORT Clock {
   public:
     virtual ~Clock() = default;
     // Seconds on a monotonic scale; only differences are meaningful. Timers use this.
@@ -14,7 +16,7 @@ class Clock {
 };
 
 // std::chrono-backed clock used by the real backends.
-class SystemClock final : public Clock {
+class PELORA_EXPORT SystemClock final : public Clock {
   public:
     double monotonicSeconds() const override;
     double wallSeconds() const override;

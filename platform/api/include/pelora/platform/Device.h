@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Geometry.h"
 
 namespace pelora::platform {
@@ -39,7 +40,7 @@ inline constexpr const char* kCFBundleShortVersionString = "CFBundleShortVersion
 inline constexpr const char* kCFBundleVersion = "CFBundleVersion";
 
 // Device and application identity.
-class DeviceInfo {
+class PELORA_EXPORT DeviceInfo {
   public:
     virtual ~DeviceInfo() = default;
     // Per-vendor identifier, canonical upper-case UUID text (36 characters), stable per machine.

@@ -3,12 +3,14 @@
 #include <cstdint>
 #include <string>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
 // The error value that crosses every boundary of the SDK: a text domain and an integer code.
 // Transport failures keep the platform's URL error domain and codes so host code reads the
 // same on every platform.
-struct Error {
+struct PELORA_EXPORT Error {
     std::string domain;
     int64_t code = 0;
     // Human-readable description ("the error's full description text"); may be empty.

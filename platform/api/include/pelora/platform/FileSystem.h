@@ -3,10 +3,12 @@
 #include <optional>
 #include <string>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
 // File services. Paths are plain POSIX paths (no "file://" prefix).
-class FileSystem {
+class PELORA_EXPORT FileSystem {
   public:
     virtual ~FileSystem() = default;
     // The application's private caches directory (created on demand), named by the host's

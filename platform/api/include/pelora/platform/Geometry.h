@@ -1,20 +1,22 @@
 #pragma once
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
-struct Point {
+struct PELORA_EXPORT Point {
     double x = 0;
     double y = 0;
     bool operator==(const Point&) const = default;
 };
 
-struct Size {
+struct PELORA_EXPORT Size {
     double width = 0;
     double height = 0;
     bool operator==(const Size&) const = default;
 };
 
-struct Rect {
+struct PELORA_EXPORT Rect {
     Point origin;
     Size size;
     double minX() const { return origin.x; }

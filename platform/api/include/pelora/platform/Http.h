@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pelora/platform/Error.h"
+#include "pelora/platform/Export.h"
 
 namespace pelora::platform {
 
@@ -22,7 +23,7 @@ enum class CachePolicy {
 };
 
 // A mutable HTTP request, the shape the SDK's request modifiers change before sending.
-struct HttpRequest {
+struct PELORA_EXPORT HttpRequest {
     std::string url;
     std::string method = "GET";
     HeaderList headers;
@@ -36,7 +37,7 @@ struct HttpRequest {
     std::optional<std::string> valueForHeader(const std::string& header) const;
 };
 
-struct HttpResponse {
+struct PELORA_EXPORT HttpResponse {
     int64_t statusCode = 0;
     HeaderList headers;  // as received, in order
     std::string url;     // final URL after redirects
@@ -53,7 +54,7 @@ using DownloadTaskCompletion =
     std::function<void(std::optional<std::string> location, std::optional<HttpResponse> response,
                        std::optional<Error> error)>;
 
-class HttpTask {
+class PELORA_EXPORT HttpTask {
   public:
     virtual ~HttpTask() = default;
     // Start the task (tasks are created suspended). Resuming twice does nothing.
@@ -64,7 +65,7 @@ class HttpTask {
     virtual const HttpRequest& originalRequest() const = 0;
 };
 
-struct HttpSessionConfiguration {
+struct PELORA_EXPORT HttpSessionConfiguration {
     // Bodies larger than this are aborted with URLError::kDataLengthExceedsMaximum.
     uint64_t maxBodyBytes = 64ull * 1024 * 1024;
     // Redirects followed before failing with URLError::kHTTPTooManyRedirects.
@@ -78,7 +79,7 @@ struct HttpSessionConfiguration {
 
 // One session: connections are pooled per session. Completions arrive on the session's own
 // background thread; the SDK's transport moves them to the main run loop.
-class HttpSession {
+class PELORA_EXPORT HttpSession {
   public:
     virtual ~HttpSession() = default;
     virtual std::shared_ptr<HttpTask> dataTask(HttpRequest request,
@@ -89,13 +90,13 @@ class HttpSession {
     virtual void invalidateAndCancel() = 0;
 };
 
-class HttpSessionFactory {
+class PELORA_EXPORT HttpSessionFactory {
   public:
     virtual ~HttpSessionFactory() = default;
     virtual std::shared_ptr<HttpSession> createSession(const HttpSessionConfiguration& config) = 0;
 };
 
 // True for the only schemes the SDK ever fetches: http and https (case-insensitive).
-bool isFetchableURL(const std::string& url);
+PELORA_EXPORT bool isFetchableURL(const std::string& url);
 
 }  // namespace pelora::platform

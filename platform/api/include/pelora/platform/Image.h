@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
 // A bitmap: 8-bit RGBA, row-major, no padding. `scale` is the pixel density the image was
@@ -18,7 +20,7 @@ namespace pelora::platform {
 // pixels only when something first asks for them (a renderer, on whichever thread draws), so
 // that receiving an image on the main thread costs no decoding there. Size and scale are
 // known from the start either way.
-class Image {
+class PELORA_EXPORT Image {
   public:
     using DeferredDecode = std::function<std::vector<uint8_t>()>;
 
@@ -50,7 +52,7 @@ class Image {
     mutable std::atomic<bool> decoded_{true};
 };
 
-class ImageDecoder {
+class PELORA_EXPORT ImageDecoder {
   public:
     virtual ~ImageDecoder() = default;
     // Decode PNG or JPEG (at least) bytes; absent when the bytes are not an image or the

@@ -8,12 +8,13 @@
 #include <vector>
 
 #include "pelora/platform/Error.h"
+#include "pelora/platform/Export.h"
 
 namespace pelora::platform {
 
 // A time on a media timeline: value / timescale seconds. A timescale of 0 means the time is
 // not known (an item whose duration has not been read yet).
-struct MediaTime {
+struct PELORA_EXPORT MediaTime {
     int64_t value = 0;
     int32_t timescale = 0;
 
@@ -42,7 +43,7 @@ enum class PlayerItemStatus : int { Unknown = 0, ReadyToPlay = 1, Failed = 2 };
 enum class TimeControlStatus : int { Paused = 0, WaitingToPlayAtSpecifiedRate = 1, Playing = 2 };
 
 // One decoded video frame: 8-bit RGBA, row-major, rows `stride` bytes apart.
-struct VideoFrame {
+struct PELORA_EXPORT VideoFrame {
     int width = 0;
     int height = 0;
     int stride = 0;
@@ -52,14 +53,14 @@ struct VideoFrame {
 };
 
 // Ends an observation when invalidated or destroyed. Invalidating twice is harmless.
-class MediaObservation {
+class PELORA_EXPORT MediaObservation {
   public:
     virtual ~MediaObservation() = default;
     virtual void invalidate() = 0;
 };
 
 // An observation that runs `end` once, when invalidated or destroyed.
-class CallbackObservation final : public MediaObservation {
+class PELORA_EXPORT CallbackObservation final : public MediaObservation {
   public:
     explicit CallbackObservation(std::function<void()> end) : end_(std::move(end)) {}
     ~CallbackObservation() override { invalidate(); }
@@ -72,7 +73,7 @@ class CallbackObservation final : public MediaObservation {
 // The status observers of an item, for the implementations of PlayerItem: observers run in
 // the order they were added; one removed while others run is not called any more. Main run
 // loop only.
-class StatusObservers {
+class PELORA_EXPORT StatusObservers {
   public:
     StatusObservers();
     // Adds an observer (calling it at once when `initial`); it stays until the returned
@@ -87,7 +88,7 @@ class StatusObservers {
 
 // What a player plays: one URL (a local file path as "file://..." or an http/https URL).
 // An item loads only once a player has it as its current item. Main run loop only.
-class PlayerItem {
+class PELORA_EXPORT PlayerItem {
   public:
     virtual ~PlayerItem() = default;
 
@@ -111,7 +112,7 @@ class PlayerItem {
 
 // Plays one item at a time. Main run loop only; every report (status changes, time
 // observations, frames) is delivered on the main run loop.
-class Player {
+class PELORA_EXPORT Player {
   public:
     virtual ~Player() = default;
 
@@ -148,7 +149,7 @@ class Player {
 };
 
 // Makes items and players. Installed with the other platform services.
-class MediaPlayerService {
+class PELORA_EXPORT MediaPlayerService {
   public:
     virtual ~MediaPlayerService() = default;
     // An item for a URL. Never null: a URL that cannot be played gives an item that fails

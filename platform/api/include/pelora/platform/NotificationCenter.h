@@ -7,16 +7,18 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
-struct Notification {
+struct PELORA_EXPORT Notification {
     std::string name;
     std::shared_ptr<void> object;  // the poster, type-erased
 };
 
 // Post and observe notifications by name. Observers run synchronously on the posting thread,
 // in the order they were added; the center holds no lock while calling them.
-class NotificationCenter {
+class PELORA_EXPORT NotificationCenter {
   public:
     using Token = uint64_t;
     static NotificationCenter& defaultCenter();

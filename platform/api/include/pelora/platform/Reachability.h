@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
 class RunLoop;
@@ -22,7 +24,7 @@ inline constexpr uint32_t kIsWWAN = 1u << 18;
 }  // namespace ReachabilityFlags
 
 // A socket address as a byte record (sockaddr_in / sockaddr_in6 layout).
-struct SocketAddressRecord {
+struct PELORA_EXPORT SocketAddressRecord {
     uint8_t length = 16;
     uint8_t family = 2;
     uint16_t port = 0;
@@ -30,7 +32,7 @@ struct SocketAddressRecord {
 };
 
 // One reachability handle for a host name or address.
-class ReachabilityHandle {
+class PELORA_EXPORT ReachabilityHandle {
   public:
     virtual ~ReachabilityHandle() = default;
     // Current flags; false when they cannot be read.
@@ -41,7 +43,7 @@ class ReachabilityHandle {
     virtual void unscheduleFromRunLoop(RunLoop& loop) = 0;
 };
 
-class ReachabilityService {
+class PELORA_EXPORT ReachabilityService {
   public:
     virtual ~ReachabilityService() = default;
     // Absent when the platform refuses the name.

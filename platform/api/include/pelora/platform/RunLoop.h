@@ -4,11 +4,12 @@
 #include <memory>
 
 #include "pelora/platform/Clock.h"
+#include "pelora/platform/Export.h"
 
 namespace pelora::platform {
 
 // A scheduled timer. Invalidating it is idempotent and may happen from inside its own callback.
-class Timer {
+class PELORA_EXPORT Timer {
   public:
     virtual ~Timer() = default;
     virtual void invalidate() = 0;
@@ -17,7 +18,7 @@ class Timer {
 
 // The main run loop that owns all SDK logic. Work can be posted from any thread; everything
 // else (timers, run, pump) belongs to the loop's thread.
-class RunLoop {
+class PELORA_EXPORT RunLoop {
   public:
     virtual ~RunLoop() = default;
 

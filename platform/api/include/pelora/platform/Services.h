@@ -4,6 +4,7 @@
 
 #include "pelora/platform/Clock.h"
 #include "pelora/platform/Device.h"
+#include "pelora/platform/Export.h"
 #include "pelora/platform/FileSystem.h"
 #include "pelora/platform/Http.h"
 #include "pelora/platform/Image.h"
@@ -17,7 +18,7 @@ namespace pelora::platform {
 // The platform services the SDK runs on. A host installs one set at start-up, before its
 // first SDK call (pelora::desktop::installDesktopPlatform() on Linux); tests install the
 // deterministic set of pelora/testing. The SDK reads them through services().
-struct Services {
+struct PELORA_EXPORT Services {
     std::shared_ptr<Clock> clock;
     std::shared_ptr<RunLoop> mainRunLoop;
     std::shared_ptr<HttpSessionFactory> http;
@@ -33,9 +34,9 @@ struct Services {
 
 // Replace the installed services. Not thread-safe against concurrent services() readers:
 // install once at start-up (or per test, on the test's thread).
-void installServices(Services services);
+PELORA_EXPORT void installServices(Services services);
 // The installed services. Aborts with a clear message when nothing was installed.
-const Services& services();
-bool hasServices();
+PELORA_EXPORT const Services& services();
+PELORA_EXPORT bool hasServices();
 
 }  // namespace pelora::platform

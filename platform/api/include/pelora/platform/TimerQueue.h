@@ -7,6 +7,7 @@
 #include <mutex>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/RunLoop.h"
 
 namespace pelora::platform {
@@ -14,7 +15,7 @@ namespace pelora::platform {
 // The timers of a run loop: what is due when, in the order they were due (and, at the same
 // time, in the order they were made). Times are values of the loop's clock. Thread-safe;
 // timers fire without the queue's lock held, so a timer may schedule or invalidate timers.
-class TimerQueue {
+class PELORA_EXPORT TimerQueue {
   public:
     std::shared_ptr<Timer> schedule(double now, double interval, bool repeats,
                                     std::function<void(Timer&)> fire);

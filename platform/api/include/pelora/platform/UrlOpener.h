@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::platform {
 
 // Why a URL is opened; the two kinds follow different scheme rules (isOpenableURL).
@@ -16,7 +18,7 @@ enum class UrlOpenPurpose {
 };
 
 // Opens URLs outside the application (browser, or the app that owns a deep-link scheme).
-class UrlOpener {
+class PELORA_EXPORT UrlOpener {
   public:
     virtual ~UrlOpener() = default;
     // Asynchronous; the completion (if any) runs on the main run loop with the success flag.
@@ -28,14 +30,14 @@ class UrlOpener {
 // The text a URL object can be made from: non-empty, printable ASCII only, no space and none
 // of " < > \ ^ ` { | }, every "%" followed by two hex digits, at most one "#". Text that fails
 // this is "malformed" for the SDK's URL steps.
-bool isWellFormedURL(std::string_view text);
+PELORA_EXPORT bool isWellFormedURL(std::string_view text);
 
 // The URL's scheme in lower case ("" when the text does not start with a valid scheme
 // followed by ":").
-std::string urlScheme(std::string_view url);
+PELORA_EXPORT std::string urlScheme(std::string_view url);
 
 // The scheme rules of UrlOpener, shared by every backend so they cannot drift: the URL must
 // be well formed and its scheme allowed for the purpose.
-bool isOpenableURL(std::string_view url, UrlOpenPurpose purpose);
+PELORA_EXPORT bool isOpenableURL(std::string_view url, UrlOpenPurpose purpose);
 
 }  // namespace pelora::platform

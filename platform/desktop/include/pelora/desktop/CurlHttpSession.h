@@ -4,6 +4,7 @@
 #include <string>
 
 #include "pelora/platform/Error.h"
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Http.h"
 
 namespace pelora::desktop {
@@ -11,7 +12,7 @@ namespace pelora::desktop {
 // HTTP sessions over libcurl's multi interface. Each session owns one background thread and
 // one connection pool; task completions run on that thread. See docs/PLATFORM.md for the
 // mapping of libcurl results to URL error codes and for the time-out rules.
-class CurlHttpSessionFactory final : public platform::HttpSessionFactory {
+class PELORA_EXPORT CurlHttpSessionFactory final : public platform::HttpSessionFactory {
   public:
     CurlHttpSessionFactory() = default;
     // `caBundlePath`: a PEM file of certificates to trust in every session made here whose
@@ -32,11 +33,11 @@ inline constexpr double kDefaultRequestTimeout = 60.0;
 // The URL error a libcurl result code (a CURLcode value) becomes. `bodyTooLarge` marks a
 // transfer that the body cap aborted; `fileWriteFailed` one whose download file could not be
 // written.
-int64_t urlErrorCodeForCurlCode(int curlCode, bool bodyTooLarge = false,
-                                bool fileWriteFailed = false);
+PELORA_EXPORT int64_t urlErrorCodeForCurlCode(int curlCode, bool bodyTooLarge = false,
+                                              bool fileWriteFailed = false);
 // A readable description for a URL error code ("The request timed out.").
-std::string urlErrorDescription(int64_t code);
+PELORA_EXPORT std::string urlErrorDescription(int64_t code);
 // The error value for a URL error code in the platform's URL error domain.
-platform::Error makeURLError(int64_t code);
+PELORA_EXPORT platform::Error makeURLError(int64_t code);
 
 }  // namespace pelora::desktop

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "pelora/platform/Device.h"
+#include "pelora/platform/Export.h"
 
 namespace pelora::desktop {
 
@@ -15,7 +16,7 @@ namespace pelora::desktop {
 //    kept in `vendorIdFile`.
 //  - advertisingIdentifier: all zeros (a desktop has no advertising identifier).
 //  - bundle info: `bundleInfo` when given, else `Info.json` in `mainBundlePath`.
-class DesktopDeviceInfo final : public platform::DeviceInfo {
+class PELORA_EXPORT DesktopDeviceInfo final : public platform::DeviceInfo {
   public:
     struct Options {
         // Info keys; when empty they are read from <mainBundlePath>/Info.json.

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/FileSystem.h"
 
 namespace pelora::desktop {
@@ -9,7 +10,7 @@ namespace pelora::desktop {
 // Files on Linux. The caches directory is `<user cache dir>/<bundle id>`, where the user cache
 // dir is $XDG_CACHE_HOME, else ~/.cache, and the bundle id is reduced to one safe path
 // component. Every operation reports failure by its result, never by an exception.
-class DesktopFileSystem final : public platform::FileSystem {
+class PELORA_EXPORT DesktopFileSystem final : public platform::FileSystem {
   public:
     struct Options {
         // The host's bundle identifier; names the caches directory.

@@ -5,11 +5,12 @@
 #include <string>
 
 #include "pelora/desktop/DesktopDeviceInfo.h"
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Services.h"
 
 namespace pelora::desktop {
 
-struct DesktopOptions {
+struct PELORA_EXPORT DesktopOptions {
     // Host identity; when empty, read from Info.json beside the executable.
     std::map<std::string, std::string> bundleInfo;
     std::string mainBundlePath;
@@ -29,14 +30,14 @@ struct DesktopOptions {
 
 // Builds every real Linux service (system clock, event run loop, libcurl sessions, files,
 // identity, netlink reachability, GStreamer video) without installing them.
-platform::Services makeDesktopServices(const DesktopOptions& options = {});
+PELORA_EXPORT platform::Services makeDesktopServices(const DesktopOptions& options = {});
 // Builds and installs them; returns what was installed.
-platform::Services installDesktopPlatform(const DesktopOptions& options = {});
+PELORA_EXPORT platform::Services installDesktopPlatform(const DesktopOptions& options = {});
 
 // The application's life cycle, as the host's window system reports it (focus lost and
 // regained, minimised and restored). Thread-safe: the notifications are posted on the main
 // run loop, where a rewarded video that was playing remembers to resume.
-void applicationDidEnterBackground();
-void applicationWillEnterForeground();
+PELORA_EXPORT void applicationDidEnterBackground();
+PELORA_EXPORT void applicationWillEnterForeground();
 
 }  // namespace pelora::desktop

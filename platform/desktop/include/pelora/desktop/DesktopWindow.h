@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Geometry.h"
 #include "pelora/platform/RunLoop.h"
 
@@ -14,7 +15,7 @@ class Window;
 
 namespace pelora::desktop {
 
-struct DesktopWindowOptions {
+struct PELORA_EXPORT DesktopWindowOptions {
     std::string title = "Pelora";
     // Pixels per point of the picture (the device's screen scale, usually).
     double renderScale = 2;
@@ -33,7 +34,7 @@ struct DesktopWindowOptions {
 // video frame arrived. An idle window costs no frames and no wake-ups.
 //
 // One window per process, on the main thread; it needs a display ($DISPLAY under X11).
-class DesktopWindow {
+class PELORA_EXPORT DesktopWindow {
   public:
     // Opens the window; null, with the reason in *error, when there is no display to open it on.
     static std::unique_ptr<DesktopWindow> open(std::shared_ptr<ui::Window> window,

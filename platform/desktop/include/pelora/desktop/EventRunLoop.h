@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/RunLoop.h"
 #include "pelora/platform/TimerQueue.h"
 
@@ -18,7 +19,7 @@ namespace pelora::desktop {
 // watched descriptor, so a host that embeds the loop wakes for all of them. Works with the system
 // clock and with a manual clock (time then moves only when the test advances it; waiting for posted
 // work still happens in real time, bounded by the same number of seconds).
-class EventRunLoop final : public platform::RunLoop {
+class PELORA_EXPORT EventRunLoop final : public platform::RunLoop {
   public:
     explicit EventRunLoop(std::shared_ptr<platform::Clock> clock);
     ~EventRunLoop() override;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "pelora/desktop/ViewRenderer.h"
+#include "pelora/platform/Export.h"
 #include "pelora/platform/RunLoop.h"
 
 namespace pelora::ui {
@@ -20,7 +21,7 @@ namespace pelora::desktop {
 // texture, an engine's upload, a test's counter.
 //
 // Takes over the window's needs-display handler while it lives. Main thread only.
-class FramePresenter {
+class PELORA_EXPORT FramePresenter {
   public:
     using Sink = std::function<void(const RenderedFrame&)>;
 

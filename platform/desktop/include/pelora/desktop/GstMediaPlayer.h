@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/MediaPlayer.h"
 #include "pelora/platform/RunLoop.h"
 
@@ -16,7 +17,7 @@ namespace pelora::desktop {
 // links and ".."), are ever opened; any other URL gives an item that fails with
 // URLError::kUnsupportedURL without touching GStreamer. TLS certificates are verified.
 // The GStreamer-error-to-code table is in docs/PLATFORM.md.
-class GstMediaPlayerService final : public platform::MediaPlayerService {
+class PELORA_EXPORT GstMediaPlayerService final : public platform::MediaPlayerService {
   public:
     GstMediaPlayerService(std::shared_ptr<platform::RunLoop> mainLoop, std::string cachesDirectory);
     ~GstMediaPlayerService() override;

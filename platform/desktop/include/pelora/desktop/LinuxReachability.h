@@ -8,12 +8,13 @@
 #include <string_view>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Reachability.h"
 
 namespace pelora::desktop {
 
 // What the kernel says about interfaces and routes, reduced to what reachability needs.
-struct NetInterface {
+struct PELORA_EXPORT NetInterface {
     std::string name;
     bool up = false;
     bool running = false;
@@ -21,7 +22,7 @@ struct NetInterface {
     bool wwan = false;  // a cellular modem (name "wwan*" or DEVTYPE=wwan)
 };
 
-struct NetRoute {
+struct PELORA_EXPORT NetRoute {
     std::string interface;
     int family = 4;                         // 4 or 6
     std::array<uint8_t, 16> destination{};  // network byte order; IPv4 uses the first 4 bytes
@@ -30,23 +31,24 @@ struct NetRoute {
     uint32_t metric = 0;
 };
 
-struct NetworkSnapshot {
+struct PELORA_EXPORT NetworkSnapshot {
     std::vector<NetInterface> interfaces;
     std::vector<NetRoute> routes;
 };
 
 // Parsers for the kernel's text tables, kept apart so tests can feed any network they like.
-std::vector<NetRoute> parseProcNetRoute(std::string_view text);   // /proc/net/route
-std::vector<NetRoute> parseProcIpv6Route(std::string_view text);  // /proc/net/ipv6_route
+PELORA_EXPORT std::vector<NetRoute> parseProcNetRoute(std::string_view text);  // /proc/net/route
+PELORA_EXPORT std::vector<NetRoute> parseProcIpv6Route(
+    std::string_view text);  // /proc/net/ipv6_route
 // One interface from its /sys/class/net/<name>/flags text ("0x1003") and uevent text.
-NetInterface makeInterface(const std::string& name, std::string_view flagsText,
-                           std::string_view ueventText);
+PELORA_EXPORT NetInterface makeInterface(const std::string& name, std::string_view flagsText,
+                                         std::string_view ueventText);
 // The live view: /proc/net/route, /proc/net/ipv6_route and /sys/class/net.
-NetworkSnapshot readKernelNetwork();
+PELORA_EXPORT NetworkSnapshot readKernelNetwork();
 
 // What a reachability handle asks about: a host name (not resolved: the answer follows the
 // default route) or a literal address.
-struct ReachabilityTarget {
+struct PELORA_EXPORT ReachabilityTarget {
     std::optional<std::string> hostName;
     int family = 4;
     std::array<uint8_t, 16> address{};
@@ -57,12 +59,13 @@ struct ReachabilityTarget {
 // up, running and not loopback; IsWWAN is added when that interface is a cellular modem. Loopback
 // addresses are Reachable, IsLocalAddress and IsDirect while "lo" is up. Routes are chosen by
 // longest prefix, then lowest metric. Everything else gives 0.
-uint32_t reachabilityFlagsFor(const NetworkSnapshot& network, const ReachabilityTarget& target);
+PELORA_EXPORT uint32_t reachabilityFlagsFor(const NetworkSnapshot& network,
+                                            const ReachabilityTarget& target);
 
 // Reachability on Linux: flags from the kernel's interfaces and routes, changes announced from
 // a NETLINK_ROUTE socket watched on the run loop (or by polling every `pollInterval` seconds
 // when the loop cannot watch descriptors).
-class LinuxReachabilityService final : public platform::ReachabilityService {
+class PELORA_EXPORT LinuxReachabilityService final : public platform::ReachabilityService {
   public:
     struct Options {
         // Reads the network; defaults to readKernelNetwork.

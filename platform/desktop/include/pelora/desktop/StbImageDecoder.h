@@ -4,13 +4,14 @@
 #include <memory>
 #include <string_view>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Image.h"
 
 namespace pelora::desktop {
 
 // Decodes PNG, JPEG, GIF (first frame), BMP, TGA and the other formats stb_image reads, into
 // 8-bit RGBA. Safe to call from any thread.
-class StbImageDecoder : public platform::ImageDecoder {
+class PELORA_EXPORT StbImageDecoder : public platform::ImageDecoder {
   public:
     // 16 megapixels: far above any ad creative, and at 64 MB of RGBA still a bounded cost.
     static constexpr int64_t kDefaultMaxPixels = 4096LL * 4096LL;

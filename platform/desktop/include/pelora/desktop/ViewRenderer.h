@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
+
 namespace pelora::ui {
 class View;
 class Window;
@@ -15,7 +17,7 @@ namespace pelora::desktop {
 
 // A picture of a view tree: 8-bit RGBA with straight (not premultiplied) alpha, row-major,
 // width * 4 bytes a row, ready for a PNG encoder or a texture upload.
-struct RenderedFrame {
+struct PELORA_EXPORT RenderedFrame {
     int width = 0;
     int height = 0;
     std::vector<uint8_t> rgba;
@@ -33,7 +35,7 @@ struct RenderedFrame {
 // A tree of w x h points draws into ceil(w * scale) x ceil(h * scale) pixels. Converted images,
 // video frames and text layouts are kept between drawings while their views still show them.
 // Main thread only, like the tree it reads.
-class ViewRenderer {
+class PELORA_EXPORT ViewRenderer {
   public:
     // `scale`: pixels per point (the device's screen scale, usually); values <= 0 mean 1.
     explicit ViewRenderer(double scale);

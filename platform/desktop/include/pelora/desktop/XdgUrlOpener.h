@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/RunLoop.h"
 #include "pelora/platform/UrlOpener.h"
 
@@ -17,7 +18,7 @@ namespace pelora::desktop {
 // shell), with the URL as its only argument, on a background thread; its exit status 0 means
 // success. The completion is posted to the main run loop. URLs that the scheme rules refuse
 // start nothing and complete with false.
-class XdgUrlOpener final : public platform::UrlOpener {
+class PELORA_EXPORT XdgUrlOpener final : public platform::UrlOpener {
   public:
     // `program` is looked up on PATH; tests pass "true" or "false". `mainLoop` null means
     // the installed services' main run loop at the time of each call.

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "pelora/platform/Device.h"
+#include "pelora/platform/Export.h"
 
 namespace pelora::testing {
 
@@ -14,7 +15,7 @@ namespace pelora::testing {
 // Defaults: a 375x667-point portrait phone at scale 2 running "14.2", model "iPhone", the
 // DemoHost bundle (com.example.demohost 2.5.0 build 1.2.3), no carrier and no radio.
 // makeUUID() hands out a predictable sequence unless `randomUUIDs` is set.
-class FakeDeviceInfo final : public platform::DeviceInfo {
+class PELORA_EXPORT FakeDeviceInfo final : public platform::DeviceInfo {
   public:
     static constexpr const char* kVendorId = "6F1C7B2A-3D4E-4F50-8A61-72B3C4D5E6F7";
     static constexpr const char* kZeroId = "00000000-0000-0000-0000-000000000000";

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Http.h"
 #include "pelora/platform/RunLoop.h"
 
@@ -22,7 +23,7 @@ namespace pelora::testing {
 // Matching: an answer added for a URL with a query string matches that exact URL; one added
 // for a URL without a query matches that URL with any query. The answer stays in place for
 // later requests until it is replaced or removed.
-class FakeHttpSessionFactory final : public platform::HttpSessionFactory {
+class PELORA_EXPORT FakeHttpSessionFactory final : public platform::HttpSessionFactory {
   public:
     struct Response {
         int64_t status = 200;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Reachability.h"
 
 namespace pelora::testing {
@@ -13,7 +14,7 @@ namespace pelora::testing {
 // Reachability whose flags the test sets. Every handle reads the service's current flags;
 // fireChange() delivers them to the callback of every scheduled handle through that handle's
 // run loop (posted, so the test pumps the loop to see it), as a real change would arrive.
-class FakeReachabilityService final : public platform::ReachabilityService {
+class PELORA_EXPORT FakeReachabilityService final : public platform::ReachabilityService {
   public:
     FakeReachabilityService();
     ~FakeReachabilityService() override;

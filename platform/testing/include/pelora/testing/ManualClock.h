@@ -3,12 +3,13 @@
 #include <atomic>
 
 #include "pelora/platform/Clock.h"
+#include "pelora/platform/Export.h"
 
 namespace pelora::testing {
 
 // A clock that moves only when told. Wall time starts at a fixed, realistic instant
 // (2026-01-01T00:00:00Z) so wire timestamps are predictable in tests.
-class ManualClock final : public platform::Clock {
+class PELORA_EXPORT ManualClock final : public platform::Clock {
   public:
     static constexpr double kDefaultWallStart = 1767225600.0;
 

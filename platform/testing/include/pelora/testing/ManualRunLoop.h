@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/RunLoop.h"
 #include "pelora/platform/TimerQueue.h"
 #include "pelora/testing/ManualClock.h"
@@ -18,7 +19,7 @@ namespace pelora::testing {
 // time: posted work runs when the loop is pumped, timers when the test moves the clock past
 // them (advance()), and nothing ever waits in real time. post() is thread-safe; everything
 // else belongs to the thread that first pumped or ran the loop.
-class ManualRunLoop final : public platform::RunLoop {
+class PELORA_EXPORT ManualRunLoop final : public platform::RunLoop {
   public:
     explicit ManualRunLoop(std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>());
     ~ManualRunLoop() override;

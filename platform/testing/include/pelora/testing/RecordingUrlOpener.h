@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/RunLoop.h"
 #include "pelora/platform/UrlOpener.h"
 
@@ -17,7 +18,7 @@ namespace pelora::testing {
 // (success by default), always through the main run loop like a real opener. The scheme
 // rules apply as in the desktop opener: a refused URL is recorded with refused = true and
 // completes with false.
-class RecordingUrlOpener final : public platform::UrlOpener {
+class PELORA_EXPORT RecordingUrlOpener final : public platform::UrlOpener {
   public:
     struct Request {
         std::string url;

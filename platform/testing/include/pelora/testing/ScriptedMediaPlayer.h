@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/MediaPlayer.h"
 #include "pelora/platform/RunLoop.h"
 
@@ -16,7 +17,7 @@ namespace pelora::testing {
 
 // How one URL plays on the scripted player. Times are seconds of the run loop's clock (a
 // manual clock in tests), so a 30-second video plays in microseconds.
-struct MediaScript {
+struct PELORA_EXPORT MediaScript {
     // Length of the video. Playback ends here: the player pauses itself and reports the end
     // time to its time observers once more.
     double duration = 10.0;
@@ -46,7 +47,7 @@ class ScriptedPlayer;
 // A media player service for tests on the manual clock: items play by script (by URL, or
 // the default script), every report arrives through the run loop like a real player's, and
 // everything asked of it is recorded.
-class ScriptedMediaPlayerService final : public platform::MediaPlayerService {
+class PELORA_EXPORT ScriptedMediaPlayerService final : public platform::MediaPlayerService {
   public:
     // `loop` null means the installed services' main run loop at the time of each call.
     explicit ScriptedMediaPlayerService(std::shared_ptr<platform::RunLoop> loop = nullptr);
@@ -79,8 +80,8 @@ class ScriptedMediaPlayerService final : public platform::MediaPlayerService {
 
 class ScriptedItem;
 
-class ScriptedPlayer final : public platform::Player,
-                             public std::enable_shared_from_this<ScriptedPlayer> {
+class PELORA_EXPORT ScriptedPlayer final : public platform::Player,
+                                           public std::enable_shared_from_this<ScriptedPlayer> {
   public:
     ScriptedPlayer(const ScriptedMediaPlayerService& service);
     ~ScriptedPlayer() override;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Image.h"
 #include "pelora/ui/View.h"
 
@@ -30,7 +31,7 @@ enum class ControlEvent : unsigned {
 // A tappable control with a title, an image and a title color per state. A touch that starts
 // on the button and ends inside its bounds fires TouchUpInside; one that ends outside fires
 // TouchUpOutside. A disabled button fires nothing and passes the touch on to its ancestors.
-class Button : public View {
+class PELORA_EXPORT Button : public View {
   public:
     using Action = std::function<void(Button& sender)>;
 

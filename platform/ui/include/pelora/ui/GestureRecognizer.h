@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/ui/View.h"
 
 namespace pelora::ui {
@@ -21,7 +22,7 @@ enum class GestureRecognizerState {
 
 // Base of the recognizers a view carries. A recognizer belongs to at most one view, which it
 // points to weakly: once the view is gone, view() is null.
-class GestureRecognizer : public std::enable_shared_from_this<GestureRecognizer> {
+class PELORA_EXPORT GestureRecognizer : public std::enable_shared_from_this<GestureRecognizer> {
   public:
     GestureRecognizer() = default;
     virtual ~GestureRecognizer() = default;
@@ -59,7 +60,7 @@ class GestureRecognizer : public std::enable_shared_from_this<GestureRecognizer>
 };
 
 // Recognizes a single tap and calls its actions in the order they were added.
-class TapGestureRecognizer : public GestureRecognizer {
+class PELORA_EXPORT TapGestureRecognizer : public GestureRecognizer {
   public:
     using Action = std::function<void(TapGestureRecognizer&)>;
 

@@ -2,13 +2,14 @@
 
 #include <memory>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Image.h"
 #include "pelora/ui/View.h"
 
 namespace pelora::ui {
 
 // Shows one image. Like the phone platform's, it takes no touches unless told to.
-class ImageView : public View {
+class PELORA_EXPORT ImageView : public View {
   public:
     ImageView();
     explicit ImageView(Rect frame);

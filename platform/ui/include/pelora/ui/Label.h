@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "pelora/platform/Export.h"
 #include "pelora/ui/View.h"
 
 namespace pelora::ui {
@@ -22,7 +23,7 @@ enum class LineBreakMode : int {
 enum class FontWeight : int { Regular = 0, Bold = 1 };
 
 // Shows text. Like the phone platform's, it takes no touches unless told to.
-class Label : public View {
+class PELORA_EXPORT Label : public View {
   public:
     Label();
     explicit Label(Rect frame);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Image.h"
 #include "pelora/ui/View.h"
 
@@ -14,7 +15,7 @@ namespace pelora::ui {
 
 // A value of an interface file, as its reader hands it over: the view layer reads no file
 // format itself, so any reader (JSON in the SDK, a generator in a test) can feed the loader.
-struct NibValue {
+struct PELORA_EXPORT NibValue {
     enum class Kind { Null, Bool, Number, String, Array, Object };
     Kind kind = Kind::Null;
     bool boolean = false;
@@ -37,7 +38,7 @@ struct NibValue {
 };
 
 // One view of an interface file: see docs/INTERFACE_FILES.md for the document around it.
-struct NibNode {
+struct PELORA_EXPORT NibNode {
     std::string className;
     std::string outlet;         // delivered to the file's root under this name when not empty
     std::optional<Rect> frame;  // absent: the class's default frame
@@ -48,7 +49,7 @@ struct NibNode {
 // Builds view trees from interface-file nodes. Classes are created through a registry so that
 // layers above this one (the SDK's own views) can be named in interface files; "View",
 // "ImageView", "Label" and "Button" are always known.
-class NibLoader {
+class PELORA_EXPORT NibLoader {
   public:
     using Factory = std::function<std::shared_ptr<View>()>;
     // Resolves an image name of a file ("image", per-state button images).

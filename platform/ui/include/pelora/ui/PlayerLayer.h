@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/MediaPlayer.h"
 #include "pelora/ui/View.h"
 
@@ -11,7 +12,7 @@ namespace pelora::ui {
 // The drawing layer of a video player: a view that holds the latest frame its player
 // decoded. A renderer draws the frame scaled to fit the bounds (aspect kept, black bars);
 // tests and engines read it from latestFrame(). Main thread only.
-class PlayerLayer : public View {
+class PELORA_EXPORT PlayerLayer : public View {
   public:
     // Becomes the player's video output (replacing any earlier one). The layer holds the
     // player strongly, as a phone platform's player layer does.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/platform/Geometry.h"
 
 namespace pelora::ui {
@@ -15,7 +16,7 @@ using platform::Rect;
 using platform::Size;
 
 // Components in 0...1.
-struct Color {
+struct PELORA_EXPORT Color {
     double red = 0;
     double green = 0;
     double blue = 0;
@@ -58,7 +59,7 @@ class Window;
 //
 // Views live in std::shared_ptr (create them with std::make_shared); a superview owns its
 // subviews, a subview points back weakly.
-class View : public std::enable_shared_from_this<View> {
+class PELORA_EXPORT View : public std::enable_shared_from_this<View> {
   public:
     View();
     explicit View(Rect frame);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "pelora/platform/Export.h"
 #include "pelora/ui/View.h"
 
 namespace pelora::ui {
@@ -30,7 +31,7 @@ class NavigationController;
 // controller's view on top of the presenting controller's window (filling it), so taps reach
 // it through Window::sendTap. There is no animation: "animated" is recorded and completions
 // run before the call returns.
-class ViewController : public std::enable_shared_from_this<ViewController> {
+class PELORA_EXPORT ViewController : public std::enable_shared_from_this<ViewController> {
   public:
     ViewController() = default;
     virtual ~ViewController();
@@ -92,7 +93,7 @@ class ViewController : public std::enable_shared_from_this<ViewController> {
 };
 
 // A stack of controllers; the top one's view fills the navigation controller's view.
-class NavigationController : public ViewController {
+class PELORA_EXPORT NavigationController : public ViewController {
   public:
     NavigationController() = default;
     // Use initWithRootViewController: the stack needs shared_from_this.
@@ -131,7 +132,7 @@ class NavigationController : public ViewController {
 
 // The in-app browser page for one URL. Loading and drawing the page is a renderer's job;
 // here it records what it was asked to show.
-class BrowserViewController : public ViewController {
+class PELORA_EXPORT BrowserViewController : public ViewController {
   public:
     explicit BrowserViewController(std::string url) : url_(std::move(url)) {}
     std::string className() const override { return "BrowserViewController"; }

@@ -3,13 +3,14 @@
 #include <optional>
 #include <string>
 
+#include "pelora/platform/Export.h"
 #include "pelora/ui/View.h"
 
 namespace pelora::ui {
 
 // A web view for HTML an ad brings along. Loading and drawing pages is a renderer's job;
 // here the view records what it was given. It never fetches anything by itself.
-class WebView : public View {
+class PELORA_EXPORT WebView : public View {
   public:
     WebView() = default;
     explicit WebView(Rect frame) : View(frame) {}

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "pelora/platform/Export.h"
 #include "pelora/ui/View.h"
 
 namespace pelora::ui {
@@ -14,7 +15,7 @@ class Button;
 // The root of a view tree and the entry point for touches. A renderer or a host's input
 // system hands touches in window coordinates to sendTap (or touchDown/touchUp); tests call
 // them directly.
-class Window : public View {
+class PELORA_EXPORT Window : public View {
   public:
     Window();
     explicit Window(Rect frame);

@@ -95,8 +95,7 @@ int main(int argc, char** argv) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(16));  // the engine's frame
     }
-    std::printf("%d uploads of %dx%d pixels, %llu frames drawn\n", texture.uploads,
-                texture.width, texture.height,
-                static_cast<unsigned long long>(renderer.framesRendered()));
+    std::printf("%d uploads of %dx%d pixels, %llu frames drawn\n", texture.uploads, texture.width,
+                texture.height, static_cast<unsigned long long>(renderer.framesRendered()));
     return 0;
 }
