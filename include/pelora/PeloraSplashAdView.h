@@ -15,7 +15,6 @@
 #include "pelora/PeloraApiAd.h"
 #include "pelora/platform/Error.h"
 #include "pelora/platform/Geometry.h"
-#include "pelora/platform/RunLoop.h"
 #include "pelora/ui/Button.h"
 #include "pelora/ui/ImageView.h"
 #include "pelora/ui/Label.h"
@@ -23,9 +22,6 @@
 #include "pelora/ui/ViewController.h"
 
 class PeloraSplashAdView;
-class PeloraSplashAdConfig;
-struct PeloraSplashAd;
-class PeloraTrackEvent;
 
 // Callbacks of the splash view, all on the main thread and synchronous. Override the ones you
 // need; the others do nothing.
@@ -47,26 +43,8 @@ class PELORA_EXPORT PeloraSplashAdViewDelegate {
     virtual void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView> /*splashAd*/) {}
 };
 
-// What the splash loader tells its owner (the splash view implements it).
-class PELORA_EXPORT PeloraSplashAdConfigDelegate {
+class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View {
   public:
-    virtual ~PeloraSplashAdConfigDelegate() = default;
-    // The request timed out (-1001).
-    virtual void pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig> /*config*/) {}
-    // Any other failure, as an error of the URL error domain with the transport's code.
-    virtual void pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig> /*config*/,
-                                       const pelora::platform::Error& /*error*/) {}
-    // Success; the splash ad's `ad` is null when the answer held no ad.
-    virtual void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig> /*config*/,
-                                      std::shared_ptr<PeloraSplashAd> /*splashAd*/) {}
-};
-
-class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View,
-                                         public PeloraSplashAdConfigDelegate {
-  public:
-    // The interface file makes the view this way; hosts use initWithSlotID().
-    PeloraSplashAdView();
-    explicit PeloraSplashAdView(pelora::platform::Rect frame);
     ~PeloraSplashAdView() override;
 
     // Loads the interface file "PeloraSplashAdView" from the SDK's resource bundle and sets
@@ -104,11 +82,8 @@ class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View,
     void setHideSkipButton(bool hide);
     int64_t countDown() const { return countDown_; }
     void setCountDown(int64_t seconds) { countDown_ = seconds; }
-    const std::shared_ptr<pelora::platform::Timer>& timer() const { return timer_; }
-    const std::shared_ptr<PeloraTrackEvent>& trackEvent() const { return trackEvent_; }
     // The ad the view shows (after splashAdDidLoad), read-only; null before.
     std::shared_ptr<const PeloraApiAd> adData() const;
-    const std::shared_ptr<PeloraSplashAdConfig>& config() const { return config_; }
 
     // Sub-views from the interface file (owned by the view tree).
     std::shared_ptr<pelora::ui::ImageView> imageV() const { return imageV_.lock(); }
@@ -117,30 +92,11 @@ class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View,
     std::shared_ptr<pelora::ui::Button> skipBtn() const { return skipBtn_.lock(); }
     std::shared_ptr<pelora::ui::View> skipCV() const { return skipCV_.lock(); }
 
-    // --- the loader's callbacks ----------------------------------------------------------
-    void pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig> config) override;
-    void pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig> config,
-                               const pelora::platform::Error& error) override;
-    void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig> config,
-                              std::shared_ptr<PeloraSplashAd> splashAd) override;
-
-    // --- interface file ------------------------------------------------------------------
-    void awakeFromNib() override;
-    void setOutlet(const std::string& name, std::shared_ptr<pelora::ui::View> view) override;
-
-    // --- internal steps, public for the SDK's own tools ----------------------------------
-    void configInit();
-    void render(const std::shared_ptr<PeloraSplashAd>& splashAd);
-    void startTimer();
-    void stopTimer();
-    void onTimerTrigger();
-    void onSkipHandle(pelora::ui::Button& sender);
-    void onTimerOver();
-
-    std::string describeDetails() const override;
-
-  private:
-    std::shared_ptr<PeloraSplashAdView> self();
+  protected:
+    // Only the SDK makes splash views (initWithSlotID); the class that does the work lives
+    // inside the SDK.
+    PeloraSplashAdView();
+    explicit PeloraSplashAdView(pelora::platform::Rect frame);
 
     std::optional<std::string> slotID_;
     double tolerateTimeout_ = 0;
@@ -148,9 +104,6 @@ class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View,
     std::weak_ptr<pelora::ui::ViewController> rootViewController_;
     bool hideSkipButton_ = false;
     int64_t countDown_ = 0;
-    std::shared_ptr<pelora::platform::Timer> timer_;
-    std::shared_ptr<PeloraTrackEvent> trackEvent_;
-    std::shared_ptr<PeloraSplashAdConfig> config_;
 
     std::weak_ptr<pelora::ui::ImageView> imageV_;
     std::weak_ptr<pelora::ui::Label> titleL_;

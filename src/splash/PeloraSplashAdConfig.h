@@ -10,7 +10,7 @@
 
 #include "pelora/PeloraApiAd.h"
 #include "pelora/PeloraSDKManager.h"
-#include "pelora/PeloraSplashAdView.h"
+#include "splash/PeloraSplashAdViewInternal.h"
 
 // What the caller asks for: the slot and how long the ad request may take.
 struct PeloraSplashSlot {

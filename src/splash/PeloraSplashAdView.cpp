@@ -1,5 +1,3 @@
-#include "pelora/PeloraSplashAdView.h"
-
 #include <cmath>
 #include <mutex>
 #include <utility>
@@ -10,6 +8,7 @@
 #include "pelora/platform/Services.h"
 #include "pelora/ui/NibLoader.h"
 #include "splash/PeloraSplashAdConfig.h"
+#include "splash/PeloraSplashAdViewInternal.h"
 #include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
 #include "track/PeloraTrackEvent.h"
@@ -17,20 +16,15 @@
 using pelora::platform::Error;
 using pelora::platform::Rect;
 
-namespace {
-
-// The interface file names its root class; the loader needs to know how to make it.
-void registerWithNibLoader() {
+void PeloraSplashAdViewInternal::registerWithNibLoader() {
     static std::once_flag once;
     std::call_once(once, [] {
         pelora::ui::NibLoader::registerClass("PeloraSplashAdView", [] {
             return std::static_pointer_cast<pelora::ui::View>(
-                std::make_shared<PeloraSplashAdView>());
+                std::make_shared<PeloraSplashAdViewInternal>());
         });
     });
 }
-
-}  // namespace
 
 PeloraSplashAdView::PeloraSplashAdView() = default;
 
@@ -45,7 +39,7 @@ PeloraSplashAdView::~PeloraSplashAdView() {
 
 std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::initWithSlotID(const std::string& slotID,
                                                                        Rect frame) {
-    registerWithNibLoader();
+    PeloraSplashAdViewInternal::registerWithNibLoader();
     auto view =
         std::dynamic_pointer_cast<PeloraSplashAdView>(PeloraTool::loadNib("PeloraSplashAdView"));
     if (!view) return nullptr;
@@ -55,22 +49,23 @@ std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::initWithSlotID(const std
 }
 
 std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::initWithFrame(Rect frame) {
-    return std::make_shared<PeloraSplashAdView>(frame);
+    return std::make_shared<PeloraSplashAdViewInternal>(frame);
 }
 
 std::shared_ptr<const PeloraApiAd> PeloraSplashAdView::adData() const {
-    return trackEvent_ ? trackEvent_->ad() : nullptr;
+    const auto& track = PeloraSplashAdViewInternal::of(*this).trackEvent();
+    return track ? track->ad() : nullptr;
 }
 
-std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::self() {
+std::shared_ptr<PeloraSplashAdViewInternal> PeloraSplashAdViewInternal::self() {
     // Empty for a view that is not owned by a shared_ptr: callbacks then carry no view.
-    return std::static_pointer_cast<PeloraSplashAdView>(weak_from_this().lock());
+    return std::static_pointer_cast<PeloraSplashAdViewInternal>(weak_from_this().lock());
 }
 
 // ---- interface file -------------------------------------------------------------------------
 
-void PeloraSplashAdView::setOutlet(const std::string& name,
-                                   std::shared_ptr<pelora::ui::View> view) {
+void PeloraSplashAdViewInternal::setOutlet(const std::string& name,
+                                           std::shared_ptr<pelora::ui::View> view) {
     // The tree owns the sub-views; the view only points at them.
     if (name == "imageV") {
         imageV_ = std::dynamic_pointer_cast<pelora::ui::ImageView>(view);
@@ -87,12 +82,12 @@ void PeloraSplashAdView::setOutlet(const std::string& name,
     }
 }
 
-void PeloraSplashAdView::awakeFromNib() {
+void PeloraSplashAdViewInternal::awakeFromNib() {
     pelora::ui::View::awakeFromNib();
     configInit();
 }
 
-void PeloraSplashAdView::configInit() {
+void PeloraSplashAdViewInternal::configInit() {
     countDown_ = 5;
     tolerateTimeout_ = static_cast<double>(kPeloraDefaultTolerateTimeout);
 
@@ -100,7 +95,7 @@ void PeloraSplashAdView::configInit() {
     config_ = PeloraSplashAdConfig::init();
     config_->setDelegate(std::static_pointer_cast<PeloraSplashAdConfigDelegate>(self()));
 
-    std::weak_ptr<PeloraSplashAdView> weakSelf = self();
+    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = self();
     if (auto button = skipBtn()) {
         button->addTarget(
             [weakSelf](pelora::ui::Button& sender) {
@@ -127,23 +122,24 @@ void PeloraSplashAdView::loadAdData() {
     auto slot = std::make_shared<PeloraSplashSlot>();
     slot->slotId = slotID_;
     slot->requestTimeout = static_cast<int64_t>(std::trunc(tolerateTimeout_));
-    if (config_) config_->loadSplashAd(slot);
+    auto& self = PeloraSplashAdViewInternal::of(*this);
+    if (self.config_) self.config_->loadSplashAd(slot);
 }
 
-void PeloraSplashAdView::pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig>) {
+void PeloraSplashAdViewInternal::pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig>) {
     Error error{pelora::platform::kURLErrorDomain, pelora::platform::URLError::kTimedOut, {}};
     PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidFailWithError, self(),
                            error);
 }
 
-void PeloraSplashAdView::pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig>,
-                                               const Error& error) {
+void PeloraSplashAdViewInternal::pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig>,
+                                                       const Error& error) {
     PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidFailWithError, self(),
                            error);
 }
 
-void PeloraSplashAdView::pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig>,
-                                              std::shared_ptr<PeloraSplashAd> splashAd) {
+void PeloraSplashAdViewInternal::pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig>,
+                                                      std::shared_ptr<PeloraSplashAd> splashAd) {
     auto keepAlive = self();
     if (splashAd && splashAd->ad && splashAd->ad->adId) {
         PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidLoad, keepAlive);
@@ -157,7 +153,7 @@ void PeloraSplashAdView::pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConf
 
 // ---- showing --------------------------------------------------------------------------------
 
-void PeloraSplashAdView::render(const std::shared_ptr<PeloraSplashAd>& splashAd) {
+void PeloraSplashAdViewInternal::render(const std::shared_ptr<PeloraSplashAd>& splashAd) {
     auto keepAlive = self();
     startTimer();
     onTimerTrigger();
@@ -181,7 +177,7 @@ void PeloraSplashAdView::render(const std::shared_ptr<PeloraSplashAd>& splashAd)
 
     if (!trackEvent_) return;
     trackEvent_->setAdRootVC(rootViewController());
-    std::weak_ptr<PeloraSplashAdView> weakSelf = keepAlive;
+    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = keepAlive;
     trackEvent_->setOnAdClicked(
         [weakSelf](std::shared_ptr<pelora::ui::View>, std::shared_ptr<PeloraApiAd>) {
             auto strong = weakSelf.lock();
@@ -205,9 +201,9 @@ void PeloraSplashAdView::render(const std::shared_ptr<PeloraSplashAd>& splashAd)
 
 // ---- countdown ------------------------------------------------------------------------------
 
-void PeloraSplashAdView::startTimer() {
+void PeloraSplashAdViewInternal::startTimer() {
     stopTimer();
-    std::weak_ptr<PeloraSplashAdView> weakSelf = self();
+    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = self();
     timer_ = pelora::platform::services().mainRunLoop->scheduleTimer(
         1.0, true, [weakSelf](pelora::platform::Timer& timer) {
             auto strong = weakSelf.lock();
@@ -220,12 +216,12 @@ void PeloraSplashAdView::startTimer() {
         });
 }
 
-void PeloraSplashAdView::stopTimer() {
+void PeloraSplashAdViewInternal::stopTimer() {
     if (timer_) timer_->invalidate();
     timer_.reset();
 }
 
-void PeloraSplashAdView::onTimerTrigger() {
+void PeloraSplashAdViewInternal::onTimerTrigger() {
     if (auto label = countL()) label->setText(std::to_string(countDown_));
     if (countDown_ < 1) {
         stopTimer();
@@ -233,16 +229,16 @@ void PeloraSplashAdView::onTimerTrigger() {
     }
 }
 
-void PeloraSplashAdView::onTimerOver() {
+void PeloraSplashAdViewInternal::onTimerOver() {
     PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdTimeOver, self());
 }
 
-void PeloraSplashAdView::onSkipHandle(pelora::ui::Button&) {
+void PeloraSplashAdViewInternal::onSkipHandle(pelora::ui::Button&) {
     stopTimer();
     PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidClickSkip, self());
 }
 
-std::string PeloraSplashAdView::describeDetails() const {
+std::string PeloraSplashAdViewInternal::describeDetails() const {
     std::string out =
         " slotID=" + slotID_.value_or("(null)") + " countDown=" + std::to_string(countDown_);
     if (timer_) out += " counting";

@@ -13,6 +13,7 @@
 #include "pelora/PeloraDataFlowAdManager.h"
 #include "pelora/PeloraSplashAdView.h"
 #include "pelora/ui/UI.h"
+#include "splash/PeloraSplashAdViewInternal.h"
 
 using pelora::testing::FakeHttpSessionFactory;
 using pelora::testing::TestPlatform;
@@ -58,7 +59,7 @@ TEST_F(NothingLeftRunningTest, ASplashReleasedMidCountdownStopsTickingWithinASec
     window->addSubview(view);
     view->loadAdData();
     tp.advance(2);
-    ASSERT_TRUE(view->timer()) << "the countdown runs";
+    ASSERT_TRUE(PeloraSplashAdViewInternal::of(*view).timer()) << "the countdown runs";
     view->removeFromSuperview();
     view.reset();
     tp.advance(1);

@@ -13,6 +13,7 @@
 #include "pelora/desktop/ViewRenderer.h"
 #include "pelora/ui/UI.h"
 #include "splash/PeloraSplashAdConfig.h"
+#include "splash/PeloraSplashAdViewInternal.h"
 #include "track/PeloraTrackEvent.h"
 
 using namespace pelora;
@@ -137,7 +138,7 @@ TEST_F(SplashAdViewTest, VisibleViewLoadsShowsAndTimesOutAfterFiveSeconds) {
     ASSERT_TRUE(view);
     EXPECT_EQ(recorder->events, (Events{"load", "show"}));
     EXPECT_EQ(recorder->labels.back(), "5");  // the first countdown text precedes the show
-    ASSERT_TRUE(view->timer());
+    ASSERT_TRUE(PeloraSplashAdViewInternal::of(*view).timer());
 
     std::vector<std::string> seen;
     for (int i = 0; i < 4; ++i) {
@@ -150,7 +151,7 @@ TEST_F(SplashAdViewTest, VisibleViewLoadsShowsAndTimesOutAfterFiveSeconds) {
     tp.advance(1.0);
     EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
     EXPECT_EQ(recorder->labels.back(), "0");
-    EXPECT_FALSE(view->timer());
+    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
     advanceSeconds(5);
     EXPECT_EQ(recorder->events.size(), 3u);
 
@@ -226,7 +227,7 @@ TEST_F(SplashAdViewTest, SkipAtThreeSecondsLeftStopsTheCountdown) {
 
     tapAt(view->skipBtn());
     EXPECT_EQ(recorder->events, (Events{"load", "show", "skip"}));
-    EXPECT_FALSE(view->timer());
+    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
 
     advanceSeconds(10);
     EXPECT_EQ(view->countL()->text().value_or(""), "3");
@@ -349,13 +350,13 @@ TEST_F(SplashAdViewTest, SecondLoadAfterTheCountReachedZeroTimesOutAtOnce) {
     view->loadAdData();
     ASSERT_TRUE(tp.waitFor([&] { return recorder->events.size() >= 6; }));
     EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover", "load", "timeover", "show"}));
-    EXPECT_FALSE(view->timer());
+    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
 }
 
 TEST_F(SplashAdViewTest, ReleasedViewIgnoresItsTimerAndLogsItsEnd) {
     auto view = loadedView();
     ASSERT_TRUE(view);
-    ASSERT_TRUE(view->timer());
+    ASSERT_TRUE(PeloraSplashAdViewInternal::of(*view).timer());
     std::weak_ptr<PeloraSplashAdView> weak = view;
     view->removeFromSuperview();
     view.reset();
@@ -452,7 +453,7 @@ TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode)
         ASSERT_EQ(recorder->events, (Events{"fail"}));
         EXPECT_EQ(recorder->errors[0].domain, c.domain);
         EXPECT_EQ(recorder->errors[0].code, c.code);
-        EXPECT_FALSE(view->timer());
+        EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
         view->removeFromSuperview();
     }
 }
@@ -462,8 +463,8 @@ TEST_F(SplashAdViewTest, OnlyTheFirstOfSeveralAdsIsShown) {
     auto view = loadedView();
     ASSERT_TRUE(view);
     EXPECT_EQ(recorder->events, (Events{"load", "show"}));
-    ASSERT_TRUE(view->trackEvent()->ad());
-    EXPECT_EQ(view->trackEvent()->ad()->adId.value_or(""), "first");
+    ASSERT_TRUE(PeloraSplashAdViewInternal::of(*view).trackEvent()->ad());
+    EXPECT_EQ(PeloraSplashAdViewInternal::of(*view).trackEvent()->ad()->adId.value_or(""), "first");
     settle();
     auto impressions = server.requestsTo("/imp");
     ASSERT_EQ(impressions.size(), 1u);
@@ -482,16 +483,16 @@ TEST_F(SplashAdViewTest, InterfaceFileGivesAWiredView) {
     ASSERT_TRUE(view->imageV() && view->titleL() && view->countL() && view->skipBtn() &&
                 view->skipCV());
     EXPECT_DOUBLE_EQ(view->skipCV()->cornerRadius(), view->skipCV()->frame().height() * 0.5);
-    EXPECT_TRUE(view->config());
-    EXPECT_TRUE(view->trackEvent());
-    EXPECT_FALSE(view->timer());
+    EXPECT_TRUE(PeloraSplashAdViewInternal::of(*view).config());
+    EXPECT_TRUE(PeloraSplashAdViewInternal::of(*view).trackEvent());
+    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
 }
 
 TEST_F(SplashAdViewTest, PlainFrameInitializerMakesAnInertView) {
     auto view = PeloraSplashAdView::initWithFrame(makeRect(0, 0, 10, 10));
     ASSERT_TRUE(view);
     EXPECT_TRUE(view->subviews().empty());
-    EXPECT_FALSE(view->config());
+    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).config());
     view->setDelegate(recorder);
     view->loadAdData();
     settle();

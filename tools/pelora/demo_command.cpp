@@ -536,10 +536,10 @@ SplashOutcome showSplash(DemoHost& host, SplashHost& splashHost,
     std::weak_ptr<PeloraSplashAdView> weakSplash = splash;
     auto watchCountdown = [&, weakSplash] {
         auto view = weakSplash.lock();
+        // Before the load the label holds the interface file's placeholder text.
         if (!view || !splashHost.loaded || !view->countL()) return;
         std::string label = view->countL()->text().value_or("");
         if (!out.ticks.empty() && out.ticks.back() == label) return;
-        if (!view->timer() && label != "0") return;  // the file's placeholder text
         out.ticks.push_back(label);
         demo.note("splash", "countdown " + label, "", {{"countDown", label}});
         if (label == "5" || label == "4") host.screenshot("splash-" + label);
@@ -551,7 +551,7 @@ SplashOutcome showSplash(DemoHost& host, SplashHost& splashHost,
         if (!view || !splashHost.loaded) return;
         if (out.adId.empty() && view->adData()) out.adId = view->adData()->adId.value_or("");
         std::string label = view->countL() ? view->countL()->text().value_or("") : "";
-        if (userActed || splashHost.finished() || !view->timer()) return;
+        if (userActed || splashHost.finished()) return;
         auto left = std::to_string(opt.skipAt ? *opt.skipAt : opt.tapAt ? *opt.tapAt : -1);
         if (label != left) return;
         userActed = true;

@@ -264,8 +264,12 @@ int runLoad(const std::vector<std::string>& args) {
         std::cerr << "pelora: the load reported nothing in time\n";
         return 1;
     }
-    // Stop the countdown a loaded splash started: the command ends with the load's outcome.
-    if (loader.splash) loader.splash->stopTimer();
+    // Release a loaded splash, as a host does to end its countdown: the command ends with the
+    // load's outcome.
+    if (loader.splash) {
+        loader.splash->removeFromSuperview();
+        loader.splash.reset();
+    }
     return outcome.status;
 }
 
