@@ -28,6 +28,7 @@
 #include "pelora/desktop/GstMediaPlayer.h"
 #include "pelora/ui/UI.h"
 #include "reward/PeloraAdCache.h"
+#include "reward/PeloraRewardVideoAdManagerInternal.h"
 #include "reward/PeloraVideoPlayerVC.h"
 
 namespace {
@@ -127,7 +128,7 @@ World& world() {
         auto nativeAd = PeloraNativeAd::init();
         nativeAd->setAd(ad);
         plFileCaches()[kVideoUrl] = w.file;
-        w.manager->onAdLoadSuccess({nativeAd});
+        PeloraRewardVideoAdManagerInternal::of(*w.manager).onAdLoadSuccess({nativeAd});
         return w;
     }();
     return w;
@@ -140,7 +141,7 @@ std::shared_ptr<PeloraVideoPlayerVC> showUntil(
     const std::function<bool(PeloraVideoPlayerVC&)>& done, double seconds) {
     auto& w = world();
     w.manager->showAdFromRootViewController(w.rootController);
-    auto page = w.manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*w.manager).videoPage();
     if (!page) return nullptr;
     w.loop->runUntil([&] { return done(*page); }, w.clock->monotonicSeconds() + seconds);
     return page;
@@ -259,14 +260,16 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     if (firstFrame.bare > 0) {
-        std::printf("median first frame: SDK show %.1f ms, bare pipeline %.1f ms, ratio %.2f "
-                    "(target <= 1.50)\n",
-                    firstFrame.sdk, firstFrame.bare, firstFrame.sdk / firstFrame.bare);
+        std::printf(
+            "median first frame: SDK show %.1f ms, bare pipeline %.1f ms, ratio %.2f "
+            "(target <= 1.50)\n",
+            firstFrame.sdk, firstFrame.bare, firstFrame.sdk / firstFrame.bare);
     }
     if (cpu.bare > 0) {
-        std::printf("CPU over 10 s of playback: SDK %.2f s, bare pipeline %.2f s, ratio %.2f "
-                    "(target <= 1.20)\n",
-                    cpu.sdk, cpu.bare, cpu.sdk / cpu.bare);
+        std::printf(
+            "CPU over 10 s of playback: SDK %.2f s, bare pipeline %.2f s, ratio %.2f "
+            "(target <= 1.20)\n",
+            cpu.sdk, cpu.bare, cpu.sdk / cpu.bare);
     }
     benchmark::Shutdown();
     std::error_code ec;

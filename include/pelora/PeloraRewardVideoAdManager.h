@@ -75,7 +75,6 @@ class PELORA_EXPORT PeloraRewardVideoAdManager
     : public PeloraConfig,
       public std::enable_shared_from_this<PeloraRewardVideoAdManager> {
   public:
-    PeloraRewardVideoAdManager() : PeloraConfig("PeloraRewardVideoAdManager") {}
     ~PeloraRewardVideoAdManager() override;
 
     // The manager for one slot, with auto-play on.
@@ -119,39 +118,15 @@ class PELORA_EXPORT PeloraRewardVideoAdManager
     // The local path of the chosen video's downloaded file, when there is one.
     std::optional<std::string> cachedVideoPath() const;
 
-    // ---- internal steps (called by completions and the page's events) -----------------------
-    void onAdLoadSuccess(const std::vector<std::shared_ptr<PeloraNativeAd>>& ads);
-    void onAdLoadError(std::optional<pelora::platform::Error> error);
-    static std::shared_ptr<PeloraNativeAd> bestAdForShow(
-        const std::vector<std::shared_ptr<PeloraNativeAd>>& ads);
-    void onVideoDidLoad();
-    std::shared_ptr<PeloraPluginStatusStore> getStatusStore();
-    void onVideoPlayStart();
-    void onVideoPlayError();
-    void onVideoPlayFinish();
-    void onAdExpose();
-    void onAdClick();
-    void onAdTapClose();
-    void onAdTapSkip();
+  protected:
+    // Only the SDK makes managers (initWithSlot); the class that does the work lives inside
+    // the SDK.
+    PeloraRewardVideoAdManager() : PeloraConfig("PeloraRewardVideoAdManager") {}
 
-    const std::shared_ptr<PeloraFileDownloader>& fDownloader() const { return fDownloader_; }
-    const std::shared_ptr<PeloraAdCache>& fCache() const { return fCache_; }
-    std::shared_ptr<PeloraVideoPlayerVC> videoPage() const { return videoPage_.lock(); }
-    const std::shared_ptr<PeloraPluginStatusStore>& store() const { return store_; }
-    const std::shared_ptr<pelora::platform::HttpTask>& downloadTask() const {
-        return downloadTask_;
-    }
-
-  private:
     std::weak_ptr<PeloraRewardVideoAdManagerDelegate> delegate_;
     std::weak_ptr<pelora::ui::ViewController> rootViewController_;
     bool autoPlay_ = false;
     std::shared_ptr<PeloraRewardVideoSlot> adSlot_;
     std::shared_ptr<PeloraNativeAd> toShowAd_;
     std::shared_ptr<PeloraRespVideoObject> toShowVideo_;
-    std::shared_ptr<PeloraFileDownloader> fDownloader_;
-    std::shared_ptr<PeloraAdCache> fCache_;
-    std::weak_ptr<PeloraVideoPlayerVC> videoPage_;
-    std::shared_ptr<PeloraPluginStatusStore> store_;
-    std::shared_ptr<pelora::platform::HttpTask> downloadTask_;
 };

@@ -1,5 +1,3 @@
-#include "pelora/PeloraRewardVideoAdManager.h"
-
 #include <cmath>
 #include <utility>
 
@@ -10,6 +8,7 @@
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 #include "reward/PeloraAdCache.h"
+#include "reward/PeloraRewardVideoAdManagerInternal.h"
 #include "reward/PeloraVideoPlayerVC.h"
 #include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
@@ -28,7 +27,7 @@ PeloraRewardVideoAdManager::~PeloraRewardVideoAdManager() = default;
 
 std::shared_ptr<PeloraRewardVideoAdManager> PeloraRewardVideoAdManager::initWithSlot(
     std::shared_ptr<PeloraRewardVideoSlot> slot) {
-    auto manager = std::make_shared<PeloraRewardVideoAdManager>();
+    auto manager = std::make_shared<PeloraRewardVideoAdManagerInternal>();
     manager->adSlot_ = std::move(slot);
     manager->fDownloader_ = PeloraFileDownloader::init();
     manager->fCache_ = PeloraAdCache::init();
@@ -37,12 +36,13 @@ std::shared_ptr<PeloraRewardVideoAdManager> PeloraRewardVideoAdManager::initWith
 }
 
 std::shared_ptr<PeloraRewardVideoAdManager> PeloraRewardVideoAdManager::init() {
-    return std::make_shared<PeloraRewardVideoAdManager>();
+    return std::make_shared<PeloraRewardVideoAdManagerInternal>();
 }
 
 std::optional<std::string> PeloraRewardVideoAdManager::cachedVideoPath() const {
-    if (!fCache_ || !toShowVideo_) return std::nullopt;
-    return fCache_->filePathForRequestUrl(toShowVideo_->videoUrl);
+    const auto& cache = PeloraRewardVideoAdManagerInternal::of(*this).fCache();
+    if (!cache || !toShowVideo_) return std::nullopt;
+    return cache->filePathForRequestUrl(toShowVideo_->videoUrl);
 }
 
 // ---- loading ---------------------------------------------------------------------------------
@@ -58,7 +58,8 @@ void PeloraRewardVideoAdManager::loadAdData() {
         PeloraTool::screenPixels(body->slot->width, body->slot->height);
     }
 
-    std::weak_ptr<PeloraRewardVideoAdManager> weakSelf = weak_from_this();
+    std::weak_ptr<PeloraRewardVideoAdManagerInternal> weakSelf =
+        PeloraRewardVideoAdManagerInternal::of(*this).self();
     PeloraNetwork::post(
         PeloraConstConfig::urlfetchAd(), query, body,
         [slot = adSlot_](pelora::platform::HttpRequest& request) {
@@ -92,13 +93,13 @@ void PeloraRewardVideoAdManager::loadAdData() {
         });
 }
 
-std::shared_ptr<PeloraNativeAd> PeloraRewardVideoAdManager::bestAdForShow(
+std::shared_ptr<PeloraNativeAd> PeloraRewardVideoAdManagerInternal::bestAdForShow(
     const std::vector<std::shared_ptr<PeloraNativeAd>>& ads) {
     // The server's order decides; no other ad is considered, even one with a video.
     return ads.empty() ? nullptr : ads.front();
 }
 
-void PeloraRewardVideoAdManager::onAdLoadSuccess(
+void PeloraRewardVideoAdManagerInternal::onAdLoadSuccess(
     const std::vector<std::shared_ptr<PeloraNativeAd>>& ads) {
     toShowAd_ = bestAdForShow(ads);
     toShowVideo_.reset();
@@ -128,7 +129,7 @@ void PeloraRewardVideoAdManager::onAdLoadSuccess(
                               "use initWithSlot()");
         return;
     }
-    std::weak_ptr<PeloraRewardVideoAdManager> weakSelf = self;
+    std::weak_ptr<PeloraRewardVideoAdManagerInternal> weakSelf = this->self();
     pelora::platform::log(
         pelora::platform::LogLevel::Info,
         "sdk: downloading video " + (url.size() > 200 ? url.substr(0, 200) + "..." : url));
@@ -147,13 +148,13 @@ void PeloraRewardVideoAdManager::onAdLoadSuccess(
         });
 }
 
-void PeloraRewardVideoAdManager::onVideoDidLoad() {
+void PeloraRewardVideoAdManagerInternal::onVideoDidLoad() {
     PeloraTool::safeTarget(delegate_,
                            &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerVideoDidLoad,
                            shared_from_this());
 }
 
-void PeloraRewardVideoAdManager::onAdLoadError(std::optional<Error> error) {
+void PeloraRewardVideoAdManagerInternal::onAdLoadError(std::optional<Error> error) {
     PeloraTool::safeTarget(
         delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidFailWithError,
         shared_from_this(), std::move(error));
@@ -165,82 +166,86 @@ bool PeloraRewardVideoAdManager::showAdFromRootViewController(
     const std::shared_ptr<pelora::ui::ViewController>& controller) {
     PELORA_DCHECK_ON_MAIN_THREAD("PeloraRewardVideoAdManager::showAdFromRootViewController");
     if (!toShowAd_ || !toShowVideo_) return false;
+    auto& in = PeloraRewardVideoAdManagerInternal::of(*this);
     rootViewController_ = controller;
-    auto page = videoPage_.lock();
+    auto page = in.videoPage_.lock();
     if (!page) {
         page = PeloraVideoPlayerVC::instance();
-        videoPage_ = page;
+        in.videoPage_ = page;
         auto nav = PeloraRootNavVC::initWithRootViewController(page);
         // Over full screen, so the host's content stays beneath the page.
         nav->setModalPresentationStyle(pelora::ui::ModalPresentationStyle::OverFullScreen);
         if (controller) controller->presentViewController(nav, true, nullptr);
     }
     page->setAutoPlay(autoPlay_);
-    store_ = getStatusStore();
+    in.store_ = in.getStatusStore();
     std::optional<std::string> fileURL;
-    if (fCache_) {
-        auto path = fCache_->filePathForRequestUrl(toShowVideo_->videoUrl);
+    if (in.fCache_) {
+        auto path = in.fCache_->filePathForRequestUrl(toShowVideo_->videoUrl);
         if (!PeloraTool::stringIsEmpty(path)) fileURL = pl_fileURLWithPath(*path);
     }
-    page->loadVideo(toShowVideo_, toShowAd_, store_, fileURL);
+    page->loadVideo(toShowVideo_, toShowAd_, in.store_, fileURL);
     return true;
 }
 
-std::shared_ptr<PeloraPluginStatusStore> PeloraRewardVideoAdManager::getStatusStore() {
+std::shared_ptr<PeloraPluginStatusStore> PeloraRewardVideoAdManagerInternal::getStatusStore() {
     auto store = PeloraPluginStatusStore::init();
-    std::weak_ptr<PeloraRewardVideoAdManager> weakSelf = weak_from_this();
-    auto task = [weakSelf](void (PeloraRewardVideoAdManager::*handler)()) {
+    std::weak_ptr<PeloraRewardVideoAdManagerInternal> weakSelf = self();
+    auto task = [weakSelf](void (PeloraRewardVideoAdManagerInternal::*handler)()) {
         return [weakSelf, handler] {
             if (auto strong = weakSelf.lock()) ((*strong).*handler)();
         };
     };
-    store->addEvent(kPlayerStatusStart, task(&PeloraRewardVideoAdManager::onVideoPlayStart));
-    store->addEvent(kPlayerStatusPlayError, task(&PeloraRewardVideoAdManager::onVideoPlayError));
-    store->addEvent(kPlayerStatusPlayFinish, task(&PeloraRewardVideoAdManager::onVideoPlayFinish));
-    store->addEvent(kAdExpose, task(&PeloraRewardVideoAdManager::onAdExpose));
-    store->addEvent(kAdClick, task(&PeloraRewardVideoAdManager::onAdClick));
-    store->addEvent(kAdTapClose, task(&PeloraRewardVideoAdManager::onAdTapClose));
-    store->addEvent(kAdTapSkip, task(&PeloraRewardVideoAdManager::onAdTapSkip));
+    store->addEvent(kPlayerStatusStart,
+                    task(&PeloraRewardVideoAdManagerInternal::onVideoPlayStart));
+    store->addEvent(kPlayerStatusPlayError,
+                    task(&PeloraRewardVideoAdManagerInternal::onVideoPlayError));
+    store->addEvent(kPlayerStatusPlayFinish,
+                    task(&PeloraRewardVideoAdManagerInternal::onVideoPlayFinish));
+    store->addEvent(kAdExpose, task(&PeloraRewardVideoAdManagerInternal::onAdExpose));
+    store->addEvent(kAdClick, task(&PeloraRewardVideoAdManagerInternal::onAdClick));
+    store->addEvent(kAdTapClose, task(&PeloraRewardVideoAdManagerInternal::onAdTapClose));
+    store->addEvent(kAdTapSkip, task(&PeloraRewardVideoAdManagerInternal::onAdTapSkip));
     return store;
 }
 
 // ---- the page's events -----------------------------------------------------------------------
 
-void PeloraRewardVideoAdManager::onVideoPlayStart() {
+void PeloraRewardVideoAdManagerInternal::onVideoPlayStart() {
     // Deliberately silent: the host hears of the start through nothing.
 }
 
-void PeloraRewardVideoAdManager::onVideoPlayError() {
+void PeloraRewardVideoAdManagerInternal::onVideoPlayError() {
     std::optional<Error> error;
     if (auto page = videoPage_.lock()) error = page->playItemError();
     onAdLoadError(std::move(error));
 }
 
-void PeloraRewardVideoAdManager::onVideoPlayFinish() {
+void PeloraRewardVideoAdManagerInternal::onVideoPlayFinish() {
     PeloraTool::safeTarget(delegate_,
                            &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidPlayFinish,
                            shared_from_this());
 }
 
-void PeloraRewardVideoAdManager::onAdExpose() {
+void PeloraRewardVideoAdManagerInternal::onAdExpose() {
     PeloraTool::safeTarget(delegate_,
                            &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidShow,
                            shared_from_this());
 }
 
-void PeloraRewardVideoAdManager::onAdClick() {
+void PeloraRewardVideoAdManagerInternal::onAdClick() {
     PeloraTool::safeTarget(delegate_,
                            &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClick,
                            shared_from_this());
 }
 
-void PeloraRewardVideoAdManager::onAdTapClose() {
+void PeloraRewardVideoAdManagerInternal::onAdTapClose() {
     PeloraTool::safeTarget(delegate_,
                            &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClose,
                            shared_from_this());
 }
 
-void PeloraRewardVideoAdManager::onAdTapSkip() {
+void PeloraRewardVideoAdManagerInternal::onAdTapSkip() {
     PeloraTool::safeTarget(delegate_,
                            &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClickSkip,
                            shared_from_this());

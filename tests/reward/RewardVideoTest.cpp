@@ -15,6 +15,7 @@
 #include "pelora/PeloraPluginStatusStore.h"
 #include "pelora/PeloraRewardVideoAdManager.h"
 #include "reward/PeloraAdCache.h"
+#include "reward/PeloraRewardVideoAdManagerInternal.h"
 #include "reward/PeloraVideoPlayerVC.h"
 #include "track/PeloraTrackEvent.h"
 
@@ -41,7 +42,7 @@ TEST_F(RewardVideoTest, AFullShowingReportsInOrderAndSendsEveryVideoBeaconOnce) 
     EXPECT_EQ(adtest::readFile(*path), "video bytes of /v/clip.mp4");
 
     ASSERT_TRUE(manager->showAdFromRootViewController(root));
-    auto page = manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     ASSERT_TRUE(page);
     auto nav = root->presentedViewController();
     ASSERT_TRUE(nav);
@@ -68,7 +69,8 @@ TEST_F(RewardVideoTest, AFullShowingReportsInOrderAndSendsEveryVideoBeaconOnce) 
     page.reset();
     nav.reset();
     EXPECT_FALSE(root->presentedViewController());
-    EXPECT_FALSE(manager->videoPage()) << "the page is released once dismissed";
+    EXPECT_FALSE(PeloraRewardVideoAdManagerInternal::of(*manager).videoPage())
+        << "the page is released once dismissed";
     manager.reset();
     tp.advance(5);
     expectNothingLeftRunning();
@@ -120,7 +122,7 @@ TEST_F(RewardVideoTest, WithoutAutoPlayTheBehaviourIsOneAndTimeFallsBackToTheSer
     auto manager = loadedManager({videoAd("r-1", v)});
     manager->setAutoPlay(false);
     manager->showAdFromRootViewController(root);
-    auto page = manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     tp.advance(1);
     EXPECT_TRUE(beaconTypes() == std::vector<int64_t>{1}) << "nothing plays before the tap";
     ASSERT_TRUE(page->playerView()->playBtn());
@@ -138,7 +140,7 @@ TEST_F(RewardVideoTest, SkipAppearsAtTheAdsSkipSecondAndClosesThePage) {
     v["skipSeconds"] = 5;
     auto manager = loadedManager({videoAd("r-1", v)});
     manager->showAdFromRootViewController(root);
-    auto page = manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     EXPECT_TRUE(page->skipBtn()->hidden());
     tp.advance(4.5);
     EXPECT_TRUE(page->skipBtn()->hidden());
@@ -149,7 +151,7 @@ TEST_F(RewardVideoTest, SkipAppearsAtTheAdsSkipSecondAndClosesThePage) {
     EXPECT_EQ(beaconTypes().back(), 36);
     EXPECT_EQ(std::count(host->calls.begin(), host->calls.end(), "DidPlayFinish"), 0);
     page.reset();
-    EXPECT_FALSE(manager->videoPage());
+    EXPECT_FALSE(PeloraRewardVideoAdManagerInternal::of(*manager).videoPage());
 }
 
 TEST_F(RewardVideoTest, SkipSecondsZeroNeverShowsSkip) {
@@ -157,7 +159,7 @@ TEST_F(RewardVideoTest, SkipSecondsZeroNeverShowsSkip) {
     v["skipSeconds"] = 0;
     auto manager = loadedManager({videoAd("r-1", v)});
     manager->showAdFromRootViewController(root);
-    auto page = manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     for (int i = 0; i < 9; ++i) {
         tp.advance(1);
         EXPECT_TRUE(page->skipBtn()->hidden()) << "second " << i + 1;
@@ -168,7 +170,7 @@ TEST_F(RewardVideoTest, SkipSecondsZeroNeverShowsSkip) {
 TEST_F(RewardVideoTest, MutingTwiceTogglesTheImageButReportsOnce) {
     auto manager = loadedManager({videoAd("r-1", video("/v/clip.mp4", 10))});
     manager->showAdFromRootViewController(root);
-    auto page = manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     tp.advance(1);
     auto bell = page->bellBtn();
     auto soundOn = bell->imageForState(ui::ControlState::Normal);
@@ -189,7 +191,7 @@ TEST_F(RewardVideoTest, EndPageShowsItsPartsAndEndHtmlAddsTwoBlankWebViews) {
     v["endImgUrl"] = "https://cdn.example/end.png";
     auto manager = loadedManager({videoAd("r-1", v)});
     manager->showAdFromRootViewController(root);
-    auto page = manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     tp.advance(2.1);
     ASSERT_FALSE(page->endButton()->hidden());
     EXPECT_EQ(page->endButton()->titleForState(ui::ControlState::Normal), "Install");
@@ -226,7 +228,7 @@ TEST_F(RewardVideoTest, EveryTapOnAClickableVideoIsReportedAndTheClickBeaconOnce
     auto manager = loadedManager({videoAd("r-1", video("/v/clip.mp4", 10))});
     manager->showAdFromRootViewController(root);
     tp.advance(1);
-    auto page = manager->videoPage();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     tapCenter(page->playerView());
     tp.pump();
     tapCenter(page->playerView());
@@ -241,11 +243,11 @@ TEST_F(RewardVideoTest, TheSameAdShownTwiceSendsNoVideoBeaconsTheSecondTime) {
     auto manager = loadedManager({videoAd("r-1", video("/v/clip.mp4", 2))});
     manager->showAdFromRootViewController(root);
     tp.advance(2.1);
-    tapCenter(manager->videoPage()->closeBtn());
+    tapCenter(PeloraRewardVideoAdManagerInternal::of(*manager).videoPage()->closeBtn());
     const auto first = beaconTypes();
     ASSERT_TRUE(manager->showAdFromRootViewController(root));
     tp.advance(2.1);
-    tapCenter(manager->videoPage()->closeBtn());
+    tapCenter(PeloraRewardVideoAdManagerInternal::of(*manager).videoPage()->closeBtn());
     EXPECT_EQ(beaconTypes(), first);
     EXPECT_EQ(std::count(host->calls.begin(), host->calls.end(), "DidPlayFinish"), 2);
     EXPECT_EQ(std::count(host->calls.begin(), host->calls.end(), "DidClose"), 2);
@@ -254,13 +256,13 @@ TEST_F(RewardVideoTest, TheSameAdShownTwiceSendsNoVideoBeaconsTheSecondTime) {
 TEST_F(RewardVideoTest, ShowingWhileThePageIsUpReusesItWithANewStore) {
     auto manager = loadedManager({videoAd("r-1", video("/v/clip.mp4", 20))});
     manager->showAdFromRootViewController(root);
-    auto page = manager->videoPage();
-    auto firstStore = manager->store();
+    auto page = PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
+    auto firstStore = PeloraRewardVideoAdManagerInternal::of(*manager).store();
     tp.advance(2);
     ASSERT_TRUE(manager->showAdFromRootViewController(root));
-    EXPECT_EQ(manager->videoPage(), page);
-    EXPECT_NE(manager->store(), firstStore);
-    EXPECT_EQ(page->store(), manager->store());
+    EXPECT_EQ(PeloraRewardVideoAdManagerInternal::of(*manager).videoPage(), page);
+    EXPECT_NE(PeloraRewardVideoAdManagerInternal::of(*manager).store(), firstStore);
+    EXPECT_EQ(page->store(), PeloraRewardVideoAdManagerInternal::of(*manager).store());
     EXPECT_EQ(media->playersCreated(), 1u);
 }
 
@@ -421,7 +423,7 @@ TEST_F(RewardVideoTest, APlaybackThatKeepsFailingIsReportedOnTheThirdEntry) {
     ASSERT_TRUE(error);
     EXPECT_EQ(rewardtest::param(*error, "vs"), "2");
     // No close button before the video ever started.
-    EXPECT_TRUE(manager->videoPage()->closeBtn()->hidden());
+    EXPECT_TRUE(PeloraRewardVideoAdManagerInternal::of(*manager).videoPage()->closeBtn()->hidden());
 }
 
 TEST_F(RewardVideoTest, AVanishedCachedFileIsAPlayerErrorNotACrash) {
@@ -433,7 +435,8 @@ TEST_F(RewardVideoTest, AVanishedCachedFileIsAPlayerErrorNotACrash) {
     media->setScript(fileUrlFor("clip.mp4"), missing);
     EXPECT_TRUE(manager->showAdFromRootViewController(root));
     tp.advance(1);
-    EXPECT_EQ(manager->videoPage()->playerView()->status(), PeloraPlayerStatusPlayError);
+    EXPECT_EQ(PeloraRewardVideoAdManagerInternal::of(*manager).videoPage()->playerView()->status(),
+              PeloraPlayerStatusPlayError);
 }
 
 // ---- ownership -------------------------------------------------------------------------------
@@ -441,7 +444,8 @@ TEST_F(RewardVideoTest, AVanishedCachedFileIsAPlayerErrorNotACrash) {
 TEST_F(RewardVideoTest, AManagerReleasedWhileThePageIsUpSilencesTheDelegateButNotThePage) {
     auto manager = loadedManager({videoAd("r-1", video("/v/clip.mp4", 3))});
     manager->showAdFromRootViewController(root);
-    std::weak_ptr<PeloraVideoPlayerVC> page = manager->videoPage();
+    std::weak_ptr<PeloraVideoPlayerVC> page =
+        PeloraRewardVideoAdManagerInternal::of(*manager).videoPage();
     host->calls.clear();
     manager.reset();
     tp.advance(3.1);
