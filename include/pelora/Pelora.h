@@ -9,7 +9,6 @@
 #include "pelora/PeloraImageUrl.h"
 #include "pelora/PeloraNativeAd.h"
 #include "pelora/PeloraNetReachable.h"
-#include "pelora/PeloraPluginStatusStore.h"
 #include "pelora/PeloraRewardVideoAdManager.h"
 #include "pelora/PeloraSDKManager.h"
 #include "pelora/PeloraSplashAdView.h"

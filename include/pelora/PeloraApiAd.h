@@ -15,7 +15,6 @@
 #include <vector>
 
 // Mapping schema of a record; defined by the mapping layer (internal).
-struct _PeloraYYModelSchema;
 
 struct PeloraRespObject;
 struct PeloraApiAd;
@@ -31,7 +30,6 @@ struct PELORA_EXPORT PeloraRespTrackObject {
     bool clicked_upload = false;
 
     static std::map<std::string, std::type_index> modelContainerPropertyGenericClass();
-    static _PeloraYYModelSchema plyy_schema();
 };
 
 // One video creative of an ad.
@@ -51,7 +49,6 @@ struct PELORA_EXPORT PeloraRespVideoObject {
     int64_t skipSeconds = 0;
 
     static std::map<std::string, std::type_index> modelContainerPropertyGenericClass();
-    static _PeloraYYModelSchema plyy_schema();
 };
 
 // One ad as delivered, plus what the transport and the tracker add to it.
@@ -95,7 +92,6 @@ struct PELORA_EXPORT PeloraApiAd {
 
     static std::shared_ptr<PeloraApiAd> init();
     static std::map<std::string, std::type_index> modelContainerPropertyGenericClass();
-    static _PeloraYYModelSchema plyy_schema();
 
   private:
     std::optional<std::vector<std::shared_ptr<PeloraRespTrackObject>>> trackUrls_;
@@ -108,7 +104,6 @@ struct PELORA_EXPORT PeloraRespObject {
     std::optional<std::vector<std::shared_ptr<PeloraApiAd>>> ads;
 
     static std::map<std::string, std::type_index> modelContainerPropertyGenericClass();
-    static _PeloraYYModelSchema plyy_schema();
 };
 
 // The envelope of an answer; the presence of rData (JSON key "data") decides success.
@@ -117,5 +112,4 @@ struct PELORA_EXPORT PeloraRespData {
     std::shared_ptr<PeloraRespObject> rData;
 
     static std::map<std::string, std::string> modelCustomPropertyMapper();
-    static _PeloraYYModelSchema plyy_schema();
 };

@@ -37,7 +37,6 @@ class PELORA_EXPORT PeloraNativeAd : public std::enable_shared_from_this<PeloraN
     const std::shared_ptr<PeloraApiAd>& ad() const { return ad_; }
     void setAd(std::shared_ptr<PeloraApiAd> ad) { ad_ = std::move(ad); }
     std::shared_ptr<const PeloraApiAd> adData() const { return ad_; }
-    const std::shared_ptr<PeloraTrackEvent>& trackEvent() const { return trackEvent_; }
 
     // The controller click destinations are presented from. Set it before registering.
     std::shared_ptr<pelora::ui::ViewController> rootViewController() const {
@@ -60,6 +59,7 @@ class PELORA_EXPORT PeloraNativeAd : public std::enable_shared_from_this<PeloraN
                            const std::vector<std::shared_ptr<pelora::ui::View>>& clickableViews);
 
   private:
+    friend struct PeloraNativeAdInternal;  // the SDK's own access to the tracker
     std::shared_ptr<PeloraApiAd> ad_;
     std::shared_ptr<PeloraTrackEvent> trackEvent_;
     std::weak_ptr<pelora::ui::ViewController> rootViewController_;

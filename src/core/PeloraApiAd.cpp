@@ -1,7 +1,6 @@
-#include <pelora/PeloraApiAd.h>
-
 #include <algorithm>
 
+#include "core/PeloraApiAdSchema.h"
 #include "support/PeloraYYModel.h"
 
 // ---- PeloraRespTrackObject -------------------------------------------------------------------
@@ -10,7 +9,7 @@ std::map<std::string, std::type_index> PeloraRespTrackObject::modelContainerProp
     return {{"urls", typeid(std::string)}};
 }
 
-_PeloraYYModelSchema PeloraRespTrackObject::plyy_schema() {
+_PeloraYYModelSchema plyy_schema(const PeloraRespTrackObject*) {
     using T = PeloraRespTrackObject;
     return plyy_makeSchema<T>(
         {PLYY_PROPERTIES(T, trackType, urls, method, contentType, content, clicked_upload)},
@@ -23,7 +22,7 @@ std::map<std::string, std::type_index> PeloraRespVideoObject::modelContainerProp
     return {{"coverUrls", typeid(std::string)}};
 }
 
-_PeloraYYModelSchema PeloraRespVideoObject::plyy_schema() {
+_PeloraYYModelSchema plyy_schema(const PeloraRespVideoObject*) {
     using T = PeloraRespVideoObject;
     return plyy_makeSchema<T>(
         {PLYY_PROPERTIES(T, videoUrl, videoDuration, size, width, height, coverUrls, buttonText,
@@ -55,7 +54,7 @@ std::map<std::string, std::type_index> PeloraApiAd::modelContainerPropertyGeneri
             {"icons", typeid(std::string)}};
 }
 
-_PeloraYYModelSchema PeloraApiAd::plyy_schema() {
+_PeloraYYModelSchema plyy_schema(const PeloraApiAd*) {
     using T = PeloraApiAd;
     // Only the server's keys are mapped; the transport's and tracker's marks stay out of the
     // wire format. The tracking list is reached through its setter and adTrackVO(), because
@@ -73,7 +72,7 @@ std::map<std::string, std::type_index> PeloraRespObject::modelContainerPropertyG
     return {{"ads", typeid(PeloraApiAd)}};
 }
 
-_PeloraYYModelSchema PeloraRespObject::plyy_schema() {
+_PeloraYYModelSchema plyy_schema(const PeloraRespObject*) {
     using T = PeloraRespObject;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, reqId, provider, ads)}, "PeloraRespObject");
 }
@@ -84,7 +83,7 @@ std::map<std::string, std::string> PeloraRespData::modelCustomPropertyMapper() {
     return {{"rData", "data"}};
 }
 
-_PeloraYYModelSchema PeloraRespData::plyy_schema() {
+_PeloraYYModelSchema plyy_schema(const PeloraRespData*) {
     using T = PeloraRespData;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, code, rData)}, "PeloraRespData");
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/PeloraApiAdSchema.h"
 #include "pelora/platform/Error.h"
 #include "pelora/platform/Http.h"
 

@@ -4,7 +4,7 @@
 #include "core/PeloraAdKinds.h"
 #include "core/PeloraNetwork.h"
 #include "core/PeloraRequest.h"
-#include "pelora/PeloraPluginStatusStore.h"
+#include "track/PeloraPluginStatusStore.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 #include "reward/PeloraAdCache.h"

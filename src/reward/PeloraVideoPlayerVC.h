@@ -11,7 +11,7 @@
 
 #include "pelora/PeloraApiAd.h"
 #include "pelora/PeloraNativeAd.h"
-#include "pelora/PeloraPluginStatusStore.h"
+#include "track/PeloraPluginStatusStore.h"
 #include "pelora/ui/Button.h"
 #include "pelora/ui/ImageView.h"
 #include "pelora/ui/ViewController.h"

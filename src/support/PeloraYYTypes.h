@@ -167,11 +167,22 @@ class _PeloraYYModelMeta {
     bool writesDirectly = false;
     _PeloraYYModelSchema schema;  // hooks and factory
 
+    // A record's schema: its static member plyy_schema(), or, for the records a host sees in
+    // the public headers (which carry nothing of the mapping), a free function
+    // plyy_schema(const T*) found by argument-dependent lookup.
+    template <class T>
+    static _PeloraYYModelSchema plyy_schemaOf() {
+        if constexpr (requires { T::plyy_schema(); })
+            return T::plyy_schema();
+        else
+            return plyy_schema(static_cast<const T*>(nullptr));
+    }
+
     template <class T>
     static const _PeloraYYModelMeta& metaWithClass() {
         // The shared cache (one lock) is the source; the local static saves the lock on the
         // hot path of large answers.
-        static const _PeloraYYModelMeta* meta = &cachedMeta(typeid(T), &T::plyy_schema);
+        static const _PeloraYYModelMeta* meta = &cachedMeta(typeid(T), &plyy_schemaOf<T>);
         return *meta;
     }
     // Looks the type up in the process-wide cache, building its description on first use.

@@ -1,4 +1,4 @@
-#include "pelora/PeloraPluginStatusStore.h"
+#include "track/PeloraPluginStatusStore.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,6 +2,7 @@
 #include <pelora/PeloraApiAd.h>
 
 #include "AdAnswerFixtures.h"
+#include "core/PeloraApiAdSchema.h"
 #include "support/PeloraYYModel.h"
 
 namespace {

@@ -10,6 +10,7 @@
 
 #include "../splash/AdTestSupport.h"
 #include "FakeServer.h"
+#include "native/PeloraNativeAdInternal.h"
 #include "pelora/PeloraDataFlowAdManager.h"
 #include "pelora/PeloraNativeAd.h"
 #include "pelora/ui/UI.h"
@@ -177,8 +178,8 @@ TEST_F(DataFlowAdManagerTest, FiveAdsArriveInServerOrderEachWithItsOwnTracker) {
         EXPECT_EQ(ad->adData()->adId.value_or(""), "n-" + std::to_string(i + 1));
         EXPECT_EQ(ad->adData(), ad->ad());
         EXPECT_EQ(ad->ad()->reqSlotW, 690);
-        ASSERT_TRUE(ad->trackEvent());
-        trackers.insert(ad->trackEvent().get());
+        ASSERT_TRUE(PeloraNativeAdInternal::trackEvent(*ad));
+        trackers.insert(PeloraNativeAdInternal::trackEvent(*ad).get());
     }
     EXPECT_EQ(trackers.size(), 5u);
 }

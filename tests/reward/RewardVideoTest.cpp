@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "RewardTestSupport.h"
-#include "pelora/PeloraPluginStatusStore.h"
+#include "track/PeloraPluginStatusStore.h"
 #include "pelora/PeloraRewardVideoAdManager.h"
 #include "reward/PeloraAdCache.h"
 #include "reward/PeloraRewardVideoAdManagerInternal.h"

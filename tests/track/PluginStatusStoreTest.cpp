@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "pelora/PeloraPluginStatusStore.h"
+#include "track/PeloraPluginStatusStore.h"
 
 TEST(PluginStatusStore, ExportsTheSevenEventNames) {
     EXPECT_STREQ(kPlayerStatusStart, "StatusStart");

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "core/PeloraApiAdSchema.h"
 #include "support/PeloraTool.h"
 #include "support/PeloraYYModel.h"
 

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "pelora/platform/Export.h"
-
 // Event names the reward video page fires and its manager listens to.
 inline constexpr const char kPlayerStatusStart[] = "StatusStart";
 inline constexpr const char kPlayerStatusPlayError[] = "StatusPlayError";
@@ -21,7 +19,7 @@ inline constexpr const char kAdTapSkip[] = "kAdTapSkip";
 // Tasks registered under event names and run when the event is triggered, so the page that
 // knows when things happen and the manager that tells the host need no reference to each
 // other. Main thread only; no locking.
-class PELORA_EXPORT PeloraPluginStatusStore {
+class PeloraPluginStatusStore {
   public:
     using Task = std::function<void()>;
     using TaskList = std::vector<Task>;
