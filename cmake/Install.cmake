@@ -43,6 +43,11 @@ if(BUILD_SHARED_LIBS)
 else()
   set(PELORA_PC_PRIVATE_LIBS "-lsimdjson")
 endif()
+# The prefix is found from the .pc file's own place, so an installed tree can move (a staging
+# prefix, a package built with DESTDIR).
+file(RELATIVE_PATH _pc_up "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+string(REGEX REPLACE "/$" "" _pc_up "${_pc_up}")
+set(PELORA_PC_PREFIX "\${pcfiledir}/${_pc_up}")
 foreach(_pc pelora pelora-desktop)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${_pc}.pc.in ${PROJECT_BINARY_DIR}/${_pc}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${_pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
