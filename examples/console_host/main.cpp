@@ -126,9 +126,17 @@ int main(int argc, char** argv) {
     }
     std::printf("sandbox: %s\n", sandbox.url.c_str());
 
-    auto services = pelora::desktop::installDesktopPlatform();
-    PeloraConstConfig::setBaseUrlOverride(sandbox.url);
+    // [doc:setup]
+    pelora::desktop::DesktopOptions options;
+    options.bundleInfo = {{"CFBundleName", "Console Host"},
+                          {"CFBundleIdentifier", "com.example.consolehost"},
+                          {"CFBundleShortVersionString", "1.0.0"},
+                          {"CFBundleVersion", "1"}};
+    auto services = pelora::desktop::installDesktopPlatform(options);
+
     PeloraSDKManager::setAppID("console-host-example");
+    // [doc:end]
+    PeloraConstConfig::setBaseUrlOverride(sandbox.url);
     auto& loop = *services.mainRunLoop;
     auto waitFor = [&](const std::function<bool()>& done, double seconds) {
         return loop.runUntil(done, loop.clock().monotonicSeconds() + seconds);

@@ -80,6 +80,7 @@ int main(int argc, char** argv) {
     window->addSubview(splash);
     splash->loadAdData();
 
+    // [doc:game-loop]
     pelora::desktop::ViewRenderer renderer(services.device->screenScale());
     Texture texture;
     auto& loop = *services.mainRunLoop;
@@ -95,6 +96,7 @@ int main(int argc, char** argv) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(16));  // the engine's frame
     }
+    // [doc:end]
     std::printf("%d uploads of %dx%d pixels, %llu frames drawn\n", texture.uploads, texture.width,
                 texture.height, static_cast<unsigned long long>(renderer.framesRendered()));
     return 0;

@@ -14,18 +14,41 @@
 
 namespace {
 
-struct Splash : PeloraSplashAdViewDelegate {
-    bool over = false;
-    void splashAdDidShow(std::shared_ptr<PeloraSplashAdView>) override { std::puts("shown"); }
-    void splashAdDidClick(std::shared_ptr<PeloraSplashAdView>) override { std::puts("tapped"); }
-    void splashAdDidClickSkip(std::shared_ptr<PeloraSplashAdView>) override { over = true; }
-    void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView>) override { over = true; }
+// [doc:launch-screen]
+class LaunchScreen : public PeloraSplashAdViewDelegate {
+  public:
+    void show(const std::shared_ptr<pelora::ui::Window>& window,
+              const std::shared_ptr<pelora::ui::ViewController>& root,
+              const std::shared_ptr<LaunchScreen>& self) {
+        splash_ = PeloraSplashAdView::initWithSlotID("splash-demo", window->bounds());
+        if (!splash_) return enterApp();       // resource bundle missing
+        splash_->setDelegate(self);            // held weakly: keep the LaunchScreen alive
+        splash_->setRootViewController(root);  // landing pages are presented from here
+        splash_->setTolerateTimeout(3.0);      // the ad request's time-out, whole seconds
+        window->addSubview(splash_);
+        splash_->loadAdData();
+    }
+
     void splashAdDidFailWithError(std::shared_ptr<PeloraSplashAdView>,
                                   const pelora::platform::Error&) override {
-        std::puts("no ad");
-        over = true;
+        close();
     }
+    void splashAdDidClick(std::shared_ptr<PeloraSplashAdView>) override { close(); }
+    void splashAdDidClickSkip(std::shared_ptr<PeloraSplashAdView>) override { close(); }
+    void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView>) override { close(); }
+
+    bool inApp = false;
+
+  private:
+    void close() {
+        if (splash_) splash_->removeFromSuperview();
+        splash_.reset();
+        enterApp();
+    }
+    void enterApp() { inApp = true; }             // the host's own first screen goes here
+    std::shared_ptr<PeloraSplashAdView> splash_;  // you own the view while it is up
 };
+// [doc:end]
 
 }  // namespace
 
@@ -51,16 +74,11 @@ int main(int argc, char** argv) {
     auto& loop = *services.mainRunLoop;
     shown->setQuitHandler([&] { loop.stop(); });
 
-    auto delegate = std::make_shared<Splash>();
-    auto splash = PeloraSplashAdView::initWithSlotID("splash-demo", window->bounds());
-    if (!splash) return 1;
-    splash->setDelegate(delegate);
-    splash->setRootViewController(root);
-    window->addSubview(splash);
-    splash->loadAdData();
+    auto launch = std::make_shared<LaunchScreen>();
+    launch->show(window, root, launch);
 
-    // Until the splash is over or the person closes the window.
-    loop.runUntil([&] { return delegate->over || shown->closed(); },
+    // Until the person is in the app or closes the window.
+    loop.runUntil([&] { return launch->inApp || shown->closed(); },
                   loop.clock().monotonicSeconds() + 30);
     return 0;
 }
