@@ -8,6 +8,7 @@
 #include <string>
 
 #include "TestPlatform.h"
+#include "pelora/PeloraSDKManager.h"
 #include "pelora/ui/Button.h"
 #include "pelora/ui/ImageView.h"
 #include "pelora/ui/Label.h"
@@ -70,6 +71,25 @@ TEST_F(BundleTest, FoundInTheMainBundleRetriedWhileMissingThenKept) {
     // Once found, the bundle stays even if the main bundle path changes.
     platform.device->bundlePath = platform.rootDirectory() + "/Elsewhere";
     EXPECT_EQ(PeloraTool::apiBundle(), found);
+}
+
+TEST_F(BundleTest, WhereTheHostPointsWinsAndIsTheOnlyPlaceLooked) {
+    put("a.png", pngOfWidth(1));  // a bundle beside the executable too
+    const auto shared = fs::path(platform.rootDirectory()) / "Shared" / "PeloraSDKBundle.bundle";
+    fs::create_directories(shared);
+    PeloraConstConfig::setResourceBundlePath(shared.string() + "/");
+    auto found = PeloraTool::apiBundle();
+    ASSERT_TRUE(found);
+    EXPECT_EQ(fs::path(found->bundlePath), shared);
+
+    PeloraConstConfig::setResourceBundlePath(platform.rootDirectory() + "/Nowhere");
+    EXPECT_FALSE(PeloraTool::apiBundle()) << "a path the host gave is not second-guessed";
+    EXPECT_FALSE(PeloraTool::loadNib("PeloraSplashAdView"));
+
+    PeloraConstConfig::setResourceBundlePath(std::nullopt);
+    found = PeloraTool::apiBundle();
+    ASSERT_TRUE(found);
+    EXPECT_EQ(fs::path(found->bundlePath), bundle);
 }
 
 TEST_F(BundleTest, AFileNamedLikeTheBundleIsNotABundle) {
