@@ -74,47 +74,81 @@ struct Splash : PeloraSplashAdViewDelegate {
     }
 };
 
-struct Native : PeloraDataFlowAdManagerDelegate {
-    std::vector<std::shared_ptr<PeloraNativeAd>> ads;
-    bool done = false;
+// [doc:feed]
+class Feed : public PeloraDataFlowAdManagerDelegate,
+             public PeloraNativeAdDelegate,
+             public std::enable_shared_from_this<Feed> {
+  public:
     void dataFlowAdManagerDidSuccessLoad(
         std::shared_ptr<PeloraDataFlowAdManager>,
-        std::vector<std::shared_ptr<PeloraNativeAd>> nativeAds) override {
-        ads = std::move(nativeAds);
-        for (const auto& ad : ads)
-            std::printf("native: \"%s\"\n", ad->adData()->title.value_or("").c_str());
-        done = true;
+        std::vector<std::shared_ptr<PeloraNativeAd>> ads) override {
+        ads_ = std::move(ads);  // keep them: the SDK does not
+        for (auto& ad : ads_) render(ad);
     }
     void dataFlowAdManagerDidFailWithError(std::shared_ptr<PeloraDataFlowAdManager>,
-                                           const pelora::platform::Error& e) override {
-        std::printf("native: failed (%s %lld)\n", e.domain.c_str(), static_cast<long long>(e.code));
-        done = true;
-    }
-};
-
-struct Reward : PeloraRewardVideoAdManagerDelegate {
-    bool ready = false, failed = false, finished = false, closed = false;
-    void rewardVideoAdManagerVideoDidLoad(std::shared_ptr<PeloraRewardVideoAdManager>) override {
-        std::puts("reward: video downloaded");
-        ready = true;
-    }
-    void rewardVideoAdManagerDidFailWithError(std::shared_ptr<PeloraRewardVideoAdManager>,
-                                              std::optional<pelora::platform::Error>) override {
-        std::puts("reward: failed");
+                                           const pelora::platform::Error& error) override {
+        std::fprintf(stderr, "native: %s %lld\n", error.domain.c_str(),
+                     static_cast<long long>(error.code));
         failed = true;
     }
-    void rewardVideoAdManagerDidShow(std::shared_ptr<PeloraRewardVideoAdManager>) override {
-        std::puts("reward: playing");
+    void nativeAdDidDidShow(std::shared_ptr<PeloraNativeAd>) override { ++shown; }
+    void nativeAdDidClickWithView(std::shared_ptr<PeloraNativeAd>,
+                                  std::shared_ptr<pelora::ui::View>) override {}
+
+    void render(const std::shared_ptr<PeloraNativeAd>& ad) {
+        auto data = ad->adData();  // title, desc, source, icons, images, ...
+        auto card =
+            std::make_shared<PeloraNativeRenderView>(pelora::platform::makeRect(0, 0, 343, 300));
+        auto title =
+            std::make_shared<pelora::ui::Label>(pelora::platform::makeRect(56, 0, 287, 48));
+        title->setText(data->title);
+        card->addSubview(title);
+        // ... image views, description, call to action ...
+        feedView->addSubview(card);
+
+        ad->setDelegate(shared_from_this());
+        ad->setRootViewController(rootController);
+        ad->registerContainer(card, {title /*, image, button ... */});
+    }
+
+    std::shared_ptr<pelora::ui::View> feedView;                  // where your cards go
+    std::shared_ptr<pelora::ui::ViewController> rootController;  // landing pages open over it
+    std::vector<std::shared_ptr<PeloraNativeAd>> ads_;
+    bool failed = false;
+    int shown = 0;
+};
+// [doc:end]
+
+// [doc:reward-host]
+class RewardHost : public PeloraRewardVideoAdManagerDelegate {
+  public:
+    void rewardVideoAdManagerVideoDidLoad(std::shared_ptr<PeloraRewardVideoAdManager>) override {
+        ready = true;  // enable your "watch a video" button
     }
     void rewardVideoAdManagerDidPlayFinish(std::shared_ptr<PeloraRewardVideoAdManager>) override {
-        std::puts("reward: watched to the end: give the reward");
-        finished = true;
+        grantReward();  // the one signal that the video was watched to the end
     }
     void rewardVideoAdManagerDidClose(std::shared_ptr<PeloraRewardVideoAdManager>) override {
-        std::puts("reward: closed");
-        closed = true;
+        over = true;
     }
+    void rewardVideoAdManagerDidClickSkip(std::shared_ptr<PeloraRewardVideoAdManager>) override {
+        over = true;
+    }
+    void rewardVideoAdManagerDidFailWithError(
+        std::shared_ptr<PeloraRewardVideoAdManager>,
+        std::optional<pelora::platform::Error> error) override {
+        if (error)
+            std::fprintf(stderr, "reward: %s %lld\n", error->domain.c_str(),
+                         static_cast<long long>(error->code));
+        over = true;
+    }
+    void grantReward() {
+        std::puts("reward: watched to the end: give the reward");
+        rewarded = true;
+    }
+    bool ready = false, rewarded = false, over = false;
 };
+// [doc:end]
 
 }  // namespace
 
@@ -160,34 +194,50 @@ int main(int argc, char** argv) {
     splash->removeFromSuperview();
 
     // 2. Native ads: the host draws them from their data.
-    auto nativeDelegate = std::make_shared<Native>();
+    auto feed = std::make_shared<Feed>();
+    feed->feedView = root->view();
+    feed->rootController = root;
+    // [doc:native-load]
     auto slot = std::make_shared<PeloraDataFlowSlot>();
     slot->slotId = "native-demo";
-    auto native = PeloraDataFlowAdManager::initWithSlot(slot);
-    native->setDelegate(nativeDelegate);
-    native->loadAdData();
-    waitFor([&] { return nativeDelegate->done; }, 10);
+    slot->slotWidth = 686;  // sent to the server as is: use the unit your ad platform expects
+    slot->slotHeight = 600;
+    slot->tolerateTimeout = 3;  // whole seconds
+    auto manager = PeloraDataFlowAdManager::initWithSlot(slot);
+    manager->setDelegate(feed);
+    manager->loadAdData();
+    // [doc:end]
+    waitFor([&] { return !feed->ads_.empty() || feed->failed; }, 10);
+    for (const auto& ad : feed->ads_)
+        std::printf("native: \"%s\"\n", ad->adData()->title.value_or("").c_str());
+    std::printf("native: %d shown\n", feed->shown);
 
     // 3. A rewarded video: downloaded first, then shown full screen and closed at its end.
-    auto rewardDelegate = std::make_shared<Reward>();
+    // [doc:reward-load]
     auto rewardSlot = std::make_shared<PeloraRewardVideoSlot>();
     rewardSlot->slotId = "reward-short";
-    auto reward = PeloraRewardVideoAdManager::initWithSlot(rewardSlot);
-    reward->setDelegate(rewardDelegate);
+    rewardSlot->tolerateTimeout = 3;  // whole seconds, for the ad request
+    auto host = std::make_shared<RewardHost>();
+    auto reward =
+        PeloraRewardVideoAdManager::initWithSlot(rewardSlot);  // keep it while the page is up
+    reward->setDelegate(host);
     reward->loadAdData();
-    waitFor([&] { return rewardDelegate->ready || rewardDelegate->failed; }, 20);
-    if (rewardDelegate->ready && reward->showAdFromRootViewController(root)) {
-        waitFor([&] { return rewardDelegate->finished || rewardDelegate->failed; }, 20);
+    // [doc:end]
+    waitFor([&] { return host->ready || host->over; }, 20);
+    if (host->ready && reward->showAdFromRootViewController(root)) {
+        std::puts("reward: playing");
+        waitFor([&] { return host->rewarded || host->over; }, 20);
         // The end page: the user taps close.
         if (auto close = window->viewWithAccessibilityIdentifier("closeBtn")) {
             auto b = close->bounds();
             window->sendTap(close->convertPointToView({b.width() / 2, b.height() / 2}, nullptr));
         }
-        waitFor([&] { return rewardDelegate->closed; }, 5);
+        waitFor([&] { return host->over; }, 5);
+        if (host->over) std::puts("reward: closed");
     }
 
-    const bool ok = splashDelegate->shown && !nativeDelegate->ads.empty() &&
-                    rewardDelegate->finished && rewardDelegate->closed;
+    const bool ok = splashDelegate->shown && !feed->ads_.empty() && feed->shown > 0 &&
+                    host->rewarded && host->over;
     std::puts(ok ? "all three ad kinds worked" : "something did not work");
     return ok ? 0 : 1;
 }
