@@ -88,16 +88,6 @@ class PELORA_EXPORT PeloraConstConfig {
     static void setResourceBundlePath(std::optional<std::string> path);
 };
 
-// Values of the host application's main bundle information, unchanged (absent when missing).
-class PELORA_EXPORT PeloraAppExt {
-  public:
-    PeloraAppExt() = delete;
-    static std::optional<std::string> appBundleName();
-    static std::optional<std::string> appBundleID();
-    static std::optional<std::string> appVersion();
-    static std::optional<std::string> appBuildVersion();
-};
-
 // Base of the loader objects. init() fills defaults through configInit(); the other hooks
 // are empty and exist to be overridden. Destruction writes "dealloc: <class name>" to the
 // log, which is how leaks of loaders show up in the field.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/PeloraAppExt.h"
 #include "support/PeloraTool.h"
 #include "support/PeloraYYModel.h"
 

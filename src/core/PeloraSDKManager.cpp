@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "core/PeloraAppExt.h"
 #include "pelora/PeloraNetReachable.h"
 #include "pelora/platform/Device.h"
 #include "pelora/platform/Log.h"

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/PeloraAppExt.h"
 #include "pelora/PeloraNetReachable.h"
 #include "pelora/PeloraSDKManager.h"
 #include "pelora/desktop/EventRunLoop.h"
