@@ -5,8 +5,7 @@
 //   console_host [PATH/TO/pelora-sandbox]     (default: pelora-sandbox from PATH)
 
 #include <pelora/Pelora.h>
-#include <pelora/desktop/DesktopPlatform.h>
-#include <pelora/ui/UI.h>
+#include <pelora/desktop/Desktop.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -8,9 +8,7 @@
 // frame 90) so the sample runs anywhere; replace it with your engine's calls.
 
 #include <pelora/Pelora.h>
-#include <pelora/desktop/DesktopPlatform.h>
-#include <pelora/desktop/ViewRenderer.h>
-#include <pelora/ui/Window.h>
+#include <pelora/desktop/Desktop.h>
 
 #include <chrono>
 #include <cstdio>

@@ -4,9 +4,7 @@
 //   window_host [AD_SERVER_ORIGIN]     e.g. the sandbox's http://127.0.0.1:PORT
 
 #include <pelora/Pelora.h>
-#include <pelora/desktop/DesktopPlatform.h>
-#include <pelora/desktop/DesktopWindow.h>
-#include <pelora/ui/Window.h>
+#include <pelora/desktop/Desktop.h>
 
 #include <cstdio>
 #include <memory>
