@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "core/PeloraNetwork.h"
+#include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 #include "support/PeloraTool.h"
 
@@ -34,7 +35,15 @@ bool isPostMethod(const std::optional<std::string>& method) {
 
 PeloraRequestModifier contentTypeModifier(const std::optional<std::string>& contentType) {
     return [contentType](pelora::platform::HttpRequest& request) {
-        if (!PeloraTool::stringIsEmpty(contentType)) request.setValue(*contentType, "Content-Type");
+        if (PeloraTool::stringIsEmpty(contentType)) return;
+        // The type comes from the ad server: one that would break the header line (and so
+        // add headers of its own) is dropped, and the request goes without it.
+        if (contentType->find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
+            pelora::platform::log(pelora::platform::LogLevel::Warning,
+                                  "sdk: tracking content type with a line break ignored");
+            return;
+        }
+        request.setValue(*contentType, "Content-Type");
     };
 }
 

@@ -259,6 +259,47 @@ TEST_F(HttpSessionTest, OnlyHttpAndHttpsAreEverFetched) {
     EXPECT_EQ(server.connectionCount(), 0u);
 }
 
+TEST_F(HttpSessionTest, ABrokenRequestLineOrHeaderIsRefusedBeforeAnythingIsSent) {
+    auto session = makeSession();
+    std::vector<HttpRequest> broken;
+    for (const std::string& url :
+         {server.url("/ok") + std::string("\0/elsewhere", 11), server.url("/a b"),
+          server.url("/line\r\nX-Injected: 1"), server.url("/tab\t")}) {
+        HttpRequest req;
+        req.url = url;
+        broken.push_back(req);
+    }
+    for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
+             {"Content-Type", "application/json\r\nX-Injected: 1"},
+             {"Content-Type", "text/plain\nX-Injected: 1"},
+             {"Content-Type", std::string("text/plain\0X", 12)},
+             {"X-Bad Name", "v"},
+             {"X-Bad:Name", "v"},
+             {"", "v"}}) {
+        HttpRequest req = request("/ok");
+        req.headers.emplace_back(name, value);
+        broken.push_back(req);
+    }
+    for (const auto& req : broken) {
+        Outcome out;
+        session->dataTask(req, out.dataCompletion())->resume();
+        ASSERT_TRUE(out.wait());
+        EXPECT_EQ(out.errorCode(), URLError::kBadURL) << req.url;
+    }
+    EXPECT_EQ(server.requestCount(), 0u);
+    EXPECT_EQ(server.connectionCount(), 0u);
+
+    // Tabs inside a header value, and every token character in a name, are fine.
+    server.on("/ok", LoopbackResponse::text("fine"));
+    HttpRequest fine = request("/ok");
+    fine.headers.emplace_back("X-Token!#$%&'*+-.^_`|~", "a\tb");
+    Outcome out;
+    session->dataTask(fine, out.dataCompletion())->resume();
+    ASSERT_TRUE(out.wait());
+    EXPECT_EQ(out.errorCode(), 0);
+    EXPECT_EQ(server.requestCount(), 1u);
+}
+
 TEST_F(HttpSessionTest, RedirectsAreFollowedOnlyToHttp) {
     const std::string port = std::to_string(server.port());
     server.on("/to-final", LoopbackResponse::redirect(server.url("/final")));

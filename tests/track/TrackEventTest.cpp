@@ -216,6 +216,30 @@ TEST_F(TrackEventTest, PostObjectsSendTheRewrittenBodyWithTheirContentType) {
     EXPECT_EQ(queries, (std::vector<std::string>{"n=1&x=15", "n=2"}));
 }
 
+// The ad server's values cannot add headers to a tracking request or cut its URL short.
+TEST_F(TrackEventTest, ServerValuesNeitherAddHeadersNorCutTheUrl) {
+    auto a = ad({
+        track(1, {"/imp?k=1"}, std::nullopt, "application/json\r\nX-Injected: 1"),
+        track(2, {std::string("/click?a=1\0/elsewhere", 20), "/click?b=2"}, std::nullopt,
+              std::string("text/plain\nX-Injected: 2", 24)),
+    });
+    auto t = tracker();
+    t->bindAd(a, container, {clickView});
+    window->sendTap({35, 55});
+
+    auto imps = to("/imp");
+    ASSERT_EQ(imps.size(), 1u);
+    EXPECT_FALSE(imps[0].header("Content-Type")) << "sent without the broken type";
+    EXPECT_FALSE(imps[0].header("X-Injected"));
+    // The URL with a NUL goes nowhere (not even to its part before the NUL); the other one
+    // is sent, without the broken type.
+    auto clicks = to("/click");
+    ASSERT_EQ(clicks.size(), 1u);
+    EXPECT_EQ(clicks[0].query, "b=2");
+    EXPECT_FALSE(clicks[0].header("Content-Type"));
+    EXPECT_FALSE(clicks[0].header("X-Injected"));
+}
+
 TEST_F(TrackEventTest, FailingDeepLinkOpensTheLandingPageAndTracksCode16OncePerAd) {
     auto a = ad({track(2, {"/click"}), track(16, {"/dl16?dx=__DOWN_X__"}), track(17, {"/dl17"})});
     a->deeplink = "myapp://item?id=7";

@@ -54,4 +54,27 @@ bool isFetchableURL(const std::string& url) {
     return (scheme == "http" || scheme == "https") && url.compare(colon, 3, "://") == 0;
 }
 
+namespace {
+
+bool isTokenChar(unsigned char c) {
+    if (std::isalnum(c)) return true;
+    return std::string_view("!#$%&'*+-.^_`|~").find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+}  // namespace
+
+int64_t requestProblem(const HttpRequest& request) {
+    if (!isFetchableURL(request.url)) return URLError::kUnsupportedURL;
+    for (unsigned char c : request.url)
+        if (c <= 0x20 || c == 0x7f) return URLError::kBadURL;
+    for (const auto& [name, value] : request.headers) {
+        if (name.empty()) return URLError::kBadURL;
+        for (unsigned char c : name)
+            if (!isTokenChar(c)) return URLError::kBadURL;
+        for (unsigned char c : value)
+            if (c == '\r' || c == '\n' || c == '\0') return URLError::kBadURL;
+    }
+    return 0;
+}
+
 }  // namespace pelora::platform

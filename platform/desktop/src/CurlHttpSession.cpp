@@ -273,6 +273,9 @@ class Core : public std::enable_shared_from_this<Core> {
         curl_multi_wakeup(multi_);
     }
 
+    // As good as forever: curl_multi_wakeup() ends the wait whenever there is work.
+    static constexpr int kIdleWaitMs = 24 * 60 * 60 * 1000;
+
     void loop() {
         for (;;) {
             std::vector<Op> ops;
@@ -289,7 +292,9 @@ class Core : public std::enable_shared_from_this<Core> {
             int running = 0;
             curl_multi_perform(multi_, &running);
             collectFinished();
-            curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
+            // Transfers bring their own deadlines to the wait; with none running the
+            // thread sleeps until a new task or the end of the session wakes it.
+            curl_multi_poll(multi_, nullptr, 0, active_.empty() ? kIdleWaitMs : 1000, nullptr);
         }
         cancelAll();
     }
@@ -331,8 +336,8 @@ class Core : public std::enable_shared_from_this<Core> {
     void start(const std::shared_ptr<CurlTask>& task) {
         if (task->finished) return;
         const HttpRequest& req = task->request_;
-        if (!platform::isFetchableURL(req.url)) {
-            finishWithError(task, URLError::kUnsupportedURL);
+        if (int64_t problem = platform::requestProblem(req)) {
+            finishWithError(task, problem);
             return;
         }
         if (req.cachePolicy == CachePolicy::ReturnCacheDataDontLoad) {

@@ -87,9 +87,9 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
             state->inflight.push_back(shared_from_this());
             responder = state->responder;
         }
-        // Like a real session, only http and https are ever fetched.
-        if (!platform::isFetchableURL(request_.url))
-            answer = Response::failure(platform::URLError::kUnsupportedURL);
+        // Like a real session: only well-formed http and https requests are ever fetched.
+        if (int64_t problem = platform::requestProblem(request_))
+            answer = Response::failure(problem);
         // The responder is the test's code: it runs without the fake's lock held.
         if (!answer && responder) answer = responder(request_);
         if (!answer) {
@@ -131,10 +131,10 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
         scheduled_ = true;
         std::weak_ptr<FakeTask> weak = weak_from_this();
         if (response.delay > 0) {
-            delayed_ = loop->scheduleTimer(response.delay, false,
-                                           [weak, response](platform::Timer&) {
-                                               if (auto task = weak.lock()) task->complete(response);
-                                           });
+            delayed_ =
+                loop->scheduleTimer(response.delay, false, [weak, response](platform::Timer&) {
+                    if (auto task = weak.lock()) task->complete(response);
+                });
             return;
         }
         loop->post([weak, response = std::move(response)] {

@@ -99,4 +99,13 @@ class PELORA_EXPORT HttpSessionFactory {
 // True for the only schemes the SDK ever fetches: http and https (case-insensitive).
 PELORA_EXPORT bool isFetchableURL(const std::string& url);
 
+// Why a request must not be sent as it stands, as a URL error code, or 0 when it may:
+//  - URLError::kUnsupportedURL for a scheme other than http and https;
+//  - URLError::kBadURL for a URL holding a NUL, another control character or a space (a URL
+//    carries them only percent-escaped: sent raw they would cut or change the request line),
+//    or a header whose name is not an HTTP token or whose value holds CR, LF or NUL (which
+//    would let a value from the network add headers of its own).
+// Every backend checks this before anything reaches the network.
+PELORA_EXPORT int64_t requestProblem(const HttpRequest& request);
+
 }  // namespace pelora::platform
