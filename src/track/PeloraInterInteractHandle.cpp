@@ -50,7 +50,7 @@ std::string PeloraInterInteractHandle::urlForPage(const std::string& text) const
 void PeloraInterInteractHandle::openWebView(const std::string& url) {
     std::string page = urlForPage(url);
     // The in-app browser shows web pages only.
-    if (!pelora::platform::isOpenableURL(page, UrlOpenPurpose::LandingPage)) return;
+    if (!pelora::platform::isWebURL(page)) return;
     auto tracker = eventTrack();
     if (!tracker) return;
     auto root = tracker->adRootVC();
@@ -63,7 +63,7 @@ void PeloraInterInteractHandle::openWebView(const std::string& url) {
 void PeloraInterInteractHandle::pushWebView(
     const std::string& url, const std::shared_ptr<pelora::ui::NavigationController>& nav) {
     std::string page = urlForPage(url);
-    if (!nav || !pelora::platform::isOpenableURL(page, UrlOpenPurpose::LandingPage)) return;
+    if (!nav || !pelora::platform::isWebURL(page)) return;
     nav->pushViewController(std::make_shared<pelora::ui::BrowserViewController>(page), true);
 }
 

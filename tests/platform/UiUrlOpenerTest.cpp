@@ -12,18 +12,21 @@
 using namespace pelora;
 using platform::UrlOpenPurpose;
 
-TEST(UrlOpenerRules, LandingPagesAreWebOnlyAndDeepLinksAnythingButLocalSchemes) {
-    EXPECT_TRUE(platform::isOpenableURL("https://a.example/p?x=1", UrlOpenPurpose::LandingPage));
-    EXPECT_TRUE(platform::isOpenableURL("HTTP://a.example", UrlOpenPurpose::LandingPage));
-    EXPECT_FALSE(platform::isOpenableURL("myapp://x", UrlOpenPurpose::LandingPage));
-    EXPECT_FALSE(platform::isOpenableURL("ftp://a.example", UrlOpenPurpose::LandingPage));
-    EXPECT_TRUE(platform::isOpenableURL("myapp://x", UrlOpenPurpose::DeepLink));
-    EXPECT_TRUE(platform::isOpenableURL("https://a.example", UrlOpenPurpose::DeepLink));
-    for (const char* bad :
-         {"file:///etc/passwd", "FILE:/x", "data:text/html,x", "javascript:x", "JavaScript:x",
-          "-x://y", "://y", "noscheme", "", "a b://x", "my app://x", "myapp://x y", "myapp://x\n",
-          "myapp://%zz", "myapp://a#b#c"})
-        EXPECT_FALSE(platform::isOpenableURL(bad, UrlOpenPurpose::DeepLink)) << bad;
+TEST(UrlOpenerRules, EverySchemeButTheLocalOnesLeavesAndOnlyWebUrlsAreWebPages) {
+    for (auto purpose : {UrlOpenPurpose::LandingPage, UrlOpenPurpose::DeepLink}) {
+        for (const char* good : {"https://a.example/p?x=1", "HTTP://a.example", "myapp://x",
+                                 "market://details?id=com.example", "ftp://a.example"})
+            EXPECT_TRUE(platform::isOpenableURL(good, purpose)) << good;
+        for (const char* bad :
+             {"file:///etc/passwd", "FILE:/x", "data:text/html,x", "javascript:x", "JavaScript:x",
+              "-x://y", "://y", "noscheme", "", "a b://x", "my app://x", "myapp://x y",
+              "myapp://x\n", "myapp://%zz", "myapp://a#b#c"})
+            EXPECT_FALSE(platform::isOpenableURL(bad, purpose)) << bad;
+    }
+    EXPECT_TRUE(platform::isWebURL("https://a.example/p"));
+    EXPECT_TRUE(platform::isWebURL("HTTP://a.example"));
+    EXPECT_FALSE(platform::isWebURL("market://details?id=x"));
+    EXPECT_FALSE(platform::isWebURL("https://a.example/p q"));
     EXPECT_EQ(platform::urlScheme("My-App+1.x:rest"), "my-app+1.x");
 }
 

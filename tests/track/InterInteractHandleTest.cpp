@@ -88,6 +88,34 @@ TEST(InteractLandingPage, OtherInteractionTypesOpenTheExternalBrowser) {
     }
 }
 
+// An app-store link or a custom scheme as the landing page goes to whichever app handles it;
+// the in-app browser still shows web pages only.
+TEST(InteractLandingPage, NonWebLandingPagesGoToTheSystemButNeverToTheInAppBrowser) {
+    {
+        Landing l(1);
+        l.ad->clickAdUrl = "market://details?id=com.example.app";
+        l.tracker->triggerInteraction();
+        l.tp.pump();
+        ASSERT_EQ(l.tp.opener->count(), 1u);
+        EXPECT_EQ(l.tp.opener->requests()[0].url, "market://details?id=com.example.app");
+        EXPECT_FALSE(l.tp.opener->requests()[0].refused);
+    }
+    {
+        Landing l(2);
+        l.ad->clickAdUrl = "market://details?id=com.example.app";
+        l.tracker->triggerInteraction();
+        l.tp.pump();
+        EXPECT_EQ(l.root->presentedViewController(), nullptr);
+    }
+    {
+        Landing l(1);
+        l.ad->clickAdUrl = "javascript:alert(1)";
+        l.tracker->triggerInteraction();
+        l.tp.pump();
+        for (const auto& r : l.tp.opener->requests()) EXPECT_TRUE(r.refused) << r.url;
+    }
+}
+
 TEST(InteractLandingPage, FailedExternalOpenIsRetriedOnceWithTheRepairedUrl) {
     Landing l(1);
     l.ad->clickAdUrl = "https://land.example/p?a=1?b=x y";

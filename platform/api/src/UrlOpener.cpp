@@ -61,13 +61,16 @@ bool isOpenableURL(std::string_view url, UrlOpenPurpose purpose) {
     if (!isWellFormedURL(url)) return false;
     std::string scheme = urlScheme(url);
     if (scheme.empty()) return false;
-    switch (purpose) {
-        case UrlOpenPurpose::LandingPage:
-            return scheme == "http" || scheme == "https";
-        case UrlOpenPurpose::DeepLink:
-            return scheme != "file" && scheme != "data" && scheme != "javascript";
-    }
-    return false;
+    // Both kinds go to the system, which hands them to the browser or to whichever app owns
+    // the scheme (an app-store link, a custom scheme); only the local ones never leave.
+    (void)purpose;
+    return scheme != "file" && scheme != "data" && scheme != "javascript";
+}
+
+bool isWebURL(std::string_view url) {
+    if (!isWellFormedURL(url)) return false;
+    std::string scheme = urlScheme(url);
+    return scheme == "http" || scheme == "https";
 }
 
 }  // namespace pelora::platform

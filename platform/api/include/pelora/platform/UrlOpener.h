@@ -8,12 +8,13 @@
 
 namespace pelora::platform {
 
-// Why a URL is opened; the two kinds follow different scheme rules (isOpenableURL).
+// Why a URL is opened. Both follow one scheme rule (isOpenableURL); the purpose tells a
+// backend what the user expects to see.
 enum class UrlOpenPurpose {
-    // A web page for the user: http and https only.
+    // The ad's landing page, for the system browser or whichever app handles its URL (an
+    // app-store link, a custom scheme).
     LandingPage,
-    // A link into another application: any application scheme except file, data and
-    // javascript.
+    // A link into another application.
     DeepLink,
 };
 
@@ -36,8 +37,11 @@ PELORA_EXPORT bool isWellFormedURL(std::string_view text);
 // followed by ":").
 PELORA_EXPORT std::string urlScheme(std::string_view url);
 
-// The scheme rules of UrlOpener, shared by every backend so they cannot drift: the URL must
-// be well formed and its scheme allowed for the purpose.
+// The scheme rule of UrlOpener, shared by every backend so they cannot drift: the URL must be
+// well formed and its scheme any but file, data and javascript, which never leave the SDK.
 PELORA_EXPORT bool isOpenableURL(std::string_view url, UrlOpenPurpose purpose);
+
+// A well-formed http or https URL: what the in-app browser shows.
+PELORA_EXPORT bool isWebURL(std::string_view url);
 
 }  // namespace pelora::platform
