@@ -54,15 +54,32 @@ std::map<std::string, std::type_index> PeloraApiAd::modelContainerPropertyGeneri
             {"icons", typeid(std::string)}};
 }
 
+namespace {
+
+// The wire's "trackUrls": read into the tracker's list through the setter, written from the
+// public getter, which answers an empty list on purpose. An ad written back to JSON therefore
+// carries no tracking instructions, as a host reading trackUrls() sees none.
+struct TrackUrlsField {
+    using Value = std::optional<std::vector<std::shared_ptr<PeloraRespTrackObject>>>;
+    static const Value& get(const void*) {
+        static const Value none = Value::value_type{};
+        return none;
+    }
+    static void set(void* o, Value&& v) {
+        static_cast<PeloraApiAd*>(o)->setTrackUrls(std::move(v));
+    }
+};
+
+}  // namespace
+
 _PeloraYYModelSchema plyy_schema(const PeloraApiAd*) {
     using T = PeloraApiAd;
     // Only the server's keys are mapped; the transport's and tracker's marks stay out of the
-    // wire format. The tracking list is reached through its setter and adTrackVO(), because
-    // the public trackUrls() getter answers an empty list on purpose.
+    // wire format.
     return plyy_makeSchema<T>(
         {PLYY_PROPERTIES(T, adId, creativeType, interactionType, title, desc, source, icons, images,
                          videos, deeplink, clickAdUrl, appName, packageName, downloadUrl),
-         PLYY_ACCESSOR(T, trackUrls, adTrackVO, setTrackUrls)},
+         plyy_detail::declare<TrackUrlsField>("trackUrls")},
         "PeloraApiAd");
 }
 

@@ -43,7 +43,21 @@ int runMap(const std::vector<std::string>& args) {
         std::cerr << "pelora: no answer record: " << (whyNot.empty() ? "unknown" : whyNot) << "\n";
         return 1;
     }
-    std::cout << _plyy_dumpJSON(plyy_modelToJSONObject(*envelope)) << "\n";
+    auto out = plyy_modelToJSONObject(*envelope);
+    // An ad written back has no tracking instructions (its trackUrls getter is empty on
+    // purpose); what the tracker will fire is shown beside it as "adTrackVO".
+    if (envelope->rData && envelope->rData->ads && out.contains("data") &&
+        out["data"].contains("ads")) {
+        const auto& ads = *envelope->rData->ads;
+        for (size_t i = 0; i < ads.size() && i < out["data"]["ads"].size(); ++i) {
+            if (!ads[i] || !ads[i]->adTrackVO()) continue;
+            auto list = nlohmann::json::array();
+            for (const auto& track : *ads[i]->adTrackVO())
+                if (track) list.push_back(plyy_modelToJSONObject(*track));
+            out["data"]["ads"][i]["adTrackVO"] = std::move(list);
+        }
+    }
+    std::cout << _plyy_dumpJSON(out) << "\n";
     return 0;
 }
 
