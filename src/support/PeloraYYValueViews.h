@@ -112,12 +112,15 @@ struct SimdView {
         if (e.get(o)) return;
         for (auto field : o) f(field.key, SimdView{field.value});
     }
+    // The last of duplicate keys, as a dictionary made from the text keeps it: both ways
+    // of mapping an object (walking its entries, or looking its keys up) then agree.
     std::optional<SimdView> find(std::string_view key) const {
         simdjson::dom::object o;
         if (e.get(o)) return std::nullopt;
-        simdjson::dom::element child;
-        if (o.at_key(key).get(child)) return std::nullopt;
-        return SimdView{child};
+        std::optional<SimdView> last;
+        for (auto field : o)
+            if (field.key == key) last = SimdView{field.value};
+        return last;
     }
     nlohmann::json toJson() const;
 };

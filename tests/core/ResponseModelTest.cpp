@@ -47,6 +47,24 @@ TEST(ResponseModel, TrackingListOnlyThroughAdTrackVO) {
     EXPECT_EQ(bytes->find("http://t/1"), std::string::npos);
 }
 
+// Of duplicate keys the last wins, whichever way the object is mapped: small objects are
+// walked entry by entry, objects with more keys than the record maps are looked up by key.
+TEST(ResponseModel, TheLastOfDuplicateKeysWinsOnBothRoutes) {
+    std::string extra;
+    for (int i = 0; i < 20; ++i)
+        extra += ",\"unknown" + std::to_string(i) + "\":" + std::to_string(i);
+    for (const std::string& more : {std::string(), extra}) {
+        auto answer = plyy_modelWithJSON<PeloraRespData>(
+            R"({"code":0,"data":{"ads":[{"adId":"first","title":"T","adId":"second")" + more +
+            R"(,"creativeType":1,"creativeType":4}]}})");
+        ASSERT_TRUE(answer && answer->rData && answer->rData->ads) << more.size();
+        const auto& ad = answer->rData->ads->front();
+        EXPECT_EQ(ad->adId, "second") << (more.empty() ? "walked" : "looked up");
+        EXPECT_EQ(ad->creativeType, 4) << (more.empty() ? "walked" : "looked up");
+        EXPECT_EQ(ad->title, "T");
+    }
+}
+
 TEST(ResponseModel, EveryWireKeyAndCoercions) {
     auto answer = plyy_modelWithJSON<PeloraRespData>(R"({"code":"7","data":{
         "reqId":"R","provider":"P","ads":[{
