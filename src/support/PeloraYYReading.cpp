@@ -247,7 +247,72 @@ simdjson::dom::parser& threadParser() {
     return parser;
 }
 
-std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::string* whyNot) {
+// Deepest nesting of arrays and objects in JSON text, brackets inside strings not counted;
+// stops counting once past `limit`.
+int nestingDepth(std::string_view bytes, int limit) {
+    int depth = 0, deepest = 0;
+    bool inString = false, escaped = false;
+    for (char c : bytes) {
+        if (inString) {
+            if (escaped)
+                escaped = false;
+            else if (c == '\\')
+                escaped = true;
+            else if (c == '"')
+                inString = false;
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+        } else if (c == '{' || c == '[') {
+            deepest = std::max(deepest, ++depth);
+            if (deepest > limit) return deepest;
+        } else if (c == '}' || c == ']') {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// One parsed answer: the fast parser's tree, or, for text it cannot hold (integers beyond 64
+// bits), the general parser's.
+struct ParsedBytes {
+    std::optional<simdjson::dom::element> simd;
+    std::optional<nlohmann::json> general;
+    explicit operator bool() const { return simd || general; }
+};
+
+std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::string* whyNot,
+                                                 simdjson::error_code* failure = nullptr);
+
+// A UTF-8 byte-order mark before the text is skipped, as the platform's JSON reader does. An
+// integer too large for 64 bits fails the fast parser; such text goes to the general parser,
+// which reads the number as floating point (and still refuses malformed numbers), within the
+// same depth limit.
+ParsedBytes parseAnswer(std::string_view bytes, std::string* whyNot) {
+    if (bytes.size() >= 3 && bytes.compare(0, 3, "\xEF\xBB\xBF") == 0) bytes.remove_prefix(3);
+    ParsedBytes out;
+    simdjson::error_code failure = simdjson::SUCCESS;
+    std::string fastWhy;
+    out.simd = parseBytes(bytes, &fastWhy, &failure);
+    if (out.simd) return out;
+    // A raw NUL is never valid JSON; the general parser would stop reading at it.
+    if (failure == simdjson::NUMBER_ERROR && bytes.find('\0') == std::string_view::npos) {
+        if (nestingDepth(bytes, kPeloraYYMaxDepth) <= kPeloraYYMaxDepth) {
+            auto general = nlohmann::json::parse(bytes.begin(), bytes.end(), nullptr,
+                                                 /*allow_exceptions=*/false);
+            if (!general.is_discarded()) {
+                out.general = std::move(general);
+                return out;
+            }
+        }
+    }
+    if (whyNot) *whyNot = fastWhy;
+    return out;
+}
+
+std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::string* whyNot,
+                                                 simdjson::error_code* failure) {
     simdjson::dom::parser& parser = threadParser();
     if (parser.capacity() < bytes.size() || parser.max_depth() != kPeloraYYMaxDepth) {
         const std::size_t capacity = std::max<std::size_t>(bytes.size(), 4096);
@@ -268,6 +333,7 @@ std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::st
     std::memset(padded.get() + bytes.size(), 0, simdjson::SIMDJSON_PADDING);
     simdjson::dom::element root;
     if (auto err = parser.parse(padded.get(), bytes.size(), false).get(root)) {
+        if (failure) *failure = err;
         if (whyNot) {
             *whyNot =
                 err == simdjson::DEPTH_ERROR
@@ -282,14 +348,21 @@ std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::st
 }  // namespace
 
 bool plyy_isValidJSON(std::string_view bytes, std::string* whyNot) {
-    return parseBytes(bytes, whyNot).has_value();
+    return static_cast<bool>(parseAnswer(bytes, whyNot));
 }
 
 std::shared_ptr<void> _plyy_modelWithBytes(const _PeloraYYModelMeta& meta, std::string_view bytes,
                                            std::string* whyNot) {
-    auto root = parseBytes(bytes, whyNot);
-    if (!root) return nullptr;
-    SimdView view{*root};
+    auto parsed = parseAnswer(bytes, whyNot);
+    if (!parsed) return nullptr;
+    if (parsed.general) {
+        if (!parsed.general->is_object()) {
+            if (whyNot) *whyNot = "the JSON text is not an object";
+            return nullptr;
+        }
+        return _plyy_modelWithDictionary(meta, *parsed.general, whyNot);
+    }
+    SimdView view{*parsed.simd};
     if (view.kind() != VKind::Object) {
         if (whyNot) *whyNot = "the JSON text is not an object";
         return nullptr;
@@ -316,10 +389,11 @@ std::shared_ptr<void> _plyy_modelWithDictionary(const _PeloraYYModelMeta& meta,
 
 bool _plyy_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::string_view bytes,
                              std::string* whyNot) {
-    auto root = parseBytes(bytes, whyNot);
-    if (!root) return false;
+    auto parsed = parseAnswer(bytes, whyNot);
+    if (!parsed) return false;
+    if (parsed.general) return _plyy_modelSetWithDictionary(meta, model, *parsed.general, whyNot);
     MapContext ctx{whyNot};
-    if (!setWithObject(meta, model, SimdView{*root}, 0, ctx)) {
+    if (!setWithObject(meta, model, SimdView{*parsed.simd}, 0, ctx)) {
         if (whyNot && !ctx.tooDeep) *whyNot = "the JSON text does not map onto " + meta.className;
         return false;
     }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <pelora/PeloraApiAd.h>
 
+#include <limits>
+
 #include "AdAnswerFixtures.h"
 #include "core/PeloraApiAdSchema.h"
 #include "support/PeloraYYModel.h"
@@ -45,6 +47,31 @@ TEST(ResponseModel, TrackingListOnlyThroughAdTrackVO) {
     ASSERT_TRUE(bytes);
     EXPECT_NE(bytes->find("\"trackUrls\":[]"), std::string::npos) << *bytes;
     EXPECT_EQ(bytes->find("http://t/1"), std::string::npos);
+}
+
+// What the platform's JSON reader takes is taken: integers beyond 64 bits (read as floating
+// point) and a byte-order mark before the text. Malformed numbers and nesting past the limit
+// are still refused.
+TEST(ResponseModel, BigIntegersAndAByteOrderMarkAreAcceptedMalformedTextIsNot) {
+    auto big = plyy_modelWithJSON<PeloraRespData>(
+        R"({"code":0,"ignored":123456789012345678901234567890,"data":{"ads":[{"adId":"a",)"
+        R"("creativeType":99999999999999999999999}]}})");
+    ASSERT_TRUE(big && big->rData && big->rData->ads);
+    EXPECT_EQ(big->rData->ads->front()->adId, "a");
+    EXPECT_EQ(big->rData->ads->front()->creativeType, std::numeric_limits<int64_t>::max());
+
+    auto bom = plyy_modelWithJSON<PeloraRespData>("\xEF\xBB\xBF{\"code\":3}");
+    ASSERT_TRUE(bom);
+    EXPECT_EQ(bom->code, 3);
+
+    std::string why;
+    for (const std::string& bad :
+         {std::string(R"({"code":01})"), std::string(R"({"code":1e999999})"),
+          std::string(R"({"code":0,"n":1234567890123456789012345,"x":)") + std::string(200, '[') +
+              std::string(200, ']') + "}",
+          std::string("\xEF\xBB\xBF\xEF\xBB\xBF{}")}) {
+        EXPECT_EQ(plyy_modelWithJSON<PeloraRespData>(bad, &why), nullptr) << bad.substr(0, 40);
+    }
 }
 
 // Of duplicate keys the last wins, whichever way the object is mapped: small objects are
