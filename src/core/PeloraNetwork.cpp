@@ -383,13 +383,16 @@ void PeloraNetwork::post(const std::optional<std::string>& url, std::optional<st
 }
 
 std::shared_ptr<pelora::platform::HttpTask> PeloraNetwork::dataTaskWithRequest(
-    HttpRequest request, ReportCompletion complete) {
+    HttpRequest request, ReportCompletion complete, BodyPreparation prepare) {
     auto loop = pelora::platform::services().mainRunLoop;
     auto task = apiSession()->dataTaskWithRequest(
         std::move(request),
-        [loop, complete = std::move(complete)](std::optional<std::string> data,
-                                               std::optional<HttpResponse> response,
-                                               std::optional<Error> error) mutable {
+        [loop, complete = std::move(complete), prepare = std::move(prepare)](
+            std::optional<std::string> data, std::optional<HttpResponse> response,
+            std::optional<Error> error) mutable {
+            if (prepare && !error && response && response->statusCode >= 200 &&
+                response->statusCode <= 299 && !PeloraTool::dataIsEmpty(data))
+                prepare(*data);
             postToMain(loop, [complete = std::move(complete), data = std::move(data),
                               response = std::move(response), error = std::move(error)] {
                 onUploadResp(data, response, error, complete);

@@ -87,9 +87,14 @@ class PeloraNetwork {
     // all when the URL is absent.
     static void post(const std::optional<std::string>& url, std::optional<std::string> body,
                      PeloraRequestModifier modifier, ReportCompletion complete);
-    // Starts a data task on apiSession(); the result goes through onUploadResp().
+    // Starts a data task on apiSession(); the result goes through onUploadResp(). `prepare`,
+    // when given, runs on the session's thread with the body of a successful (2xx, non-empty)
+    // answer before the completion is posted: work on the body (decoding an image) then never
+    // happens on the main run loop.
+    using BodyPreparation = std::function<void(const std::string& body)>;
     static std::shared_ptr<pelora::platform::HttpTask> dataTaskWithRequest(
-        pelora::platform::HttpRequest request, ReportCompletion complete);
+        pelora::platform::HttpRequest request, ReportCompletion complete,
+        BodyPreparation prepare = nullptr);
     // The result mapping shared by reports and raw data tasks (called on the main run loop).
     static void onUploadResp(std::optional<std::string> data,
                              std::optional<pelora::platform::HttpResponse> httpResponse,

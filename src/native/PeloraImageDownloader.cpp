@@ -51,45 +51,29 @@ std::shared_ptr<PeloraImageDownloader> PeloraImageDownloader::shareInstance() {
 std::shared_ptr<HttpTask> PeloraImageDownloader::downloadImageRequest(HttpRequest request,
                                                                       Success success,
                                                                       Failure failure) {
-    const auto& services = pelora::platform::services();
-    auto loop = services.mainRunLoop;
-    auto decoder = services.imageDecoder;
-    auto session = PeloraNetwork::apiSession();
-    auto task = session->dataTaskWithRequest(
+    auto decoder = pelora::platform::services().imageDecoder;
+    auto image = std::make_shared<std::shared_ptr<Image>>();
+    return PeloraNetwork::dataTaskWithRequest(
         std::move(request),
-        [loop, decoder, success = std::move(success), failure = std::move(failure)](
-            std::optional<std::string> data, std::optional<pelora::platform::HttpResponse> response,
-            std::optional<pelora::platform::Error> error) mutable {
-            // On the session's thread: the bytes are decoded here, completely, so the main run
-            // loop receives a finished image or none. Bytes whose header is an image's but
-            // whose data is not give no image.
-            std::shared_ptr<Image> image;
-            const bool ok = !error && response && response->statusCode >= 200 &&
-                            response->statusCode <= 299 && !PeloraTool::dataIsEmpty(data);
-            if (ok && decoder) {
-                image = decoder->decode(*data, 1.0);
-                const size_t pixels = image ? static_cast<size_t>(image->pixelWidth) *
-                                                  static_cast<size_t>(image->pixelHeight) * 4
-                                            : 0;
-                if (image && image->rgba().size() < pixels) image.reset();
+        [image, success = std::move(success), failure = std::move(failure)](
+            int64_t code, std::optional<std::string> message, std::optional<std::string> data) {
+            if (code == 0 && !PeloraTool::dataIsEmpty(data)) {
+                if (success) success(std::move(*image));
+                return;
             }
-            if (!loop) return;
-            loop->post([success = std::move(success), failure = std::move(failure),
-                        data = std::move(data), response = std::move(response),
-                        error = std::move(error), image = std::move(image)]() mutable {
-                PeloraNetwork::onUploadResp(std::move(data), std::move(response), std::move(error),
-                                            [&](int64_t code, std::optional<std::string> message,
-                                                std::optional<std::string> body) {
-                                                if (code == 0 && !PeloraTool::dataIsEmpty(body)) {
-                                                    if (success) success(std::move(image));
-                                                    return;
-                                                }
-                                                if (failure) failure(code, std::move(message));
-                                            });
-            });
+            if (failure) failure(code, std::move(message));
+        },
+        // On the session's thread, completely: the main run loop receives a finished image
+        // or none. Bytes whose header is an image's but whose data is not give no image.
+        [image, decoder](const std::string& body) {
+            if (!decoder) return;
+            auto decoded = decoder->decode(body, 1.0);
+            if (decoded && decoded->rgba().size() < static_cast<size_t>(decoded->pixelWidth) *
+                                                        static_cast<size_t>(decoded->pixelHeight) *
+                                                        4)
+                decoded.reset();
+            *image = std::move(decoded);
         });
-    if (task) task->resume();
-    return task;
 }
 
 std::shared_ptr<HttpTask> pl_downingTask(const pelora::ui::ImageView& view) {
