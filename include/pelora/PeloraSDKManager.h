@@ -86,6 +86,20 @@ class PELORA_EXPORT PeloraConstConfig {
     // (<prefix>/share/pelora). A missing bundle is logged once; the views that need it are
     // then not made (initWithSlotID returns null).
     static void setResourceBundlePath(std::optional<std::string> path);
+
+    // The most one exchange may bring in. A body past its bound is cut off as it arrives and
+    // the exchange fails with the transport's "data length exceeds maximum" error (-1103), so
+    // a broken or hostile server cannot make one ad load cost more than a small multiple of
+    // these in memory (answers and images are held in memory, videos go to a file).
+    struct Limits {
+        uint64_t answerBytes = 1024 * 1024;          // an ad answer, a tracking reply
+        uint64_t imageBytes = 16 * 1024 * 1024;      // one image
+        uint64_t videoBytes = 256ull * 1024 * 1024;  // one video file, on disk
+    };
+    // Set before loading ads: the SDK's two HTTP sessions take the limits when they are
+    // made, on the first exchange of each, and keep them.
+    static void setLimits(const Limits& limits);
+    static Limits limits();
 };
 
 // Base of the loader objects. init() fills defaults through configInit(); the other hooks

@@ -235,13 +235,26 @@ std::shared_ptr<pelora::platform::HttpTask> PeloraCoreSessionManager::downloadTa
 
 std::shared_ptr<PeloraCoreSessionManager> PeloraNetwork::apiSession() {
     auto& slot = apiSessionSlot();
-    if (!slot) slot = PeloraCoreSessionManager::init();
+    if (!slot) {
+        // Answers and images share this session; each request carries its own bound.
+        const auto limits = PeloraConstConfig::limits();
+        pelora::platform::HttpSessionConfiguration config;
+        config.maxBodyBytes = std::max(limits.answerBytes, limits.imageBytes);
+        config.maxDownloadBytes = config.maxBodyBytes;
+        slot = PeloraCoreSessionManager::initWithConfig(config);
+    }
     return slot;
 }
 
 std::shared_ptr<PeloraCoreSessionManager> PeloraNetwork::fileSession() {
     auto& slot = fileSessionSlot();
-    if (!slot) slot = PeloraCoreSessionManager::init();
+    if (!slot) {
+        const auto limits = PeloraConstConfig::limits();
+        pelora::platform::HttpSessionConfiguration config;
+        config.maxBodyBytes = limits.answerBytes;
+        config.maxDownloadBytes = limits.videoBytes;
+        slot = PeloraCoreSessionManager::initWithConfig(config);
+    }
     return slot;
 }
 
@@ -303,6 +316,7 @@ HttpRequest PeloraNetwork::adFetchRequest(const std::optional<std::string>& url,
     request.timeoutInterval = static_cast<double>(kPeloraDefaultTolerateTimeout);
     request.method = "POST";
     request.setValue("application/json", "Content-Type");
+    request.maxBodyBytes = PeloraConstConfig::limits().answerBytes;
     if (body) request.body = plyy_modelToJSONData(*body).value_or("");
 
     std::string encoded = encodeQueryRecord(query);
@@ -384,6 +398,7 @@ void PeloraNetwork::post(const std::optional<std::string>& url, std::optional<st
 
 std::shared_ptr<pelora::platform::HttpTask> PeloraNetwork::dataTaskWithRequest(
     HttpRequest request, ReportCompletion complete, BodyPreparation prepare) {
+    if (!request.maxBodyBytes) request.maxBodyBytes = PeloraConstConfig::limits().answerBytes;
     auto loop = pelora::platform::services().mainRunLoop;
     auto task = apiSession()->dataTaskWithRequest(
         std::move(request),

@@ -40,6 +40,11 @@ std::mutex& baseUrlLock() {
     return lock;
 }
 
+PeloraConstConfig::Limits& currentLimits() {
+    static PeloraConstConfig::Limits limits;
+    return limits;
+}
+
 std::optional<std::string>& baseUrlOverride() {
     static std::optional<std::string> origin;
     return origin;
@@ -113,6 +118,16 @@ std::string PeloraConstConfig::urlfetchAd() {
 void PeloraConstConfig::setBaseUrlOverride(std::optional<std::string> origin) {
     std::lock_guard lock(baseUrlLock());
     baseUrlOverride() = std::move(origin);
+}
+
+void PeloraConstConfig::setLimits(const Limits& limits) {
+    std::lock_guard lock(baseUrlLock());
+    currentLimits() = limits;
+}
+
+PeloraConstConfig::Limits PeloraConstConfig::limits() {
+    std::lock_guard lock(baseUrlLock());
+    return currentLimits();
 }
 
 // ---- PeloraAppExt --------------------------------------------------------------------------

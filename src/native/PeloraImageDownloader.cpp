@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/PeloraNetwork.h"
+#include "pelora/PeloraSDKManager.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 #include "support/PeloraThreadCheck.h"
@@ -53,6 +54,7 @@ std::shared_ptr<HttpTask> PeloraImageDownloader::downloadImageRequest(HttpReques
                                                                       Failure failure) {
     auto decoder = pelora::platform::services().imageDecoder;
     auto image = std::make_shared<std::shared_ptr<Image>>();
+    if (!request.maxBodyBytes) request.maxBodyBytes = PeloraConstConfig::limits().imageBytes;
     return PeloraNetwork::dataTaskWithRequest(
         std::move(request),
         [image, success = std::move(success), failure = std::move(failure)](

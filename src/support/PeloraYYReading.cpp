@@ -240,8 +240,11 @@ bool setWithObject(const _PeloraYYModelMeta& meta, void* model, V dict, int dept
     return true;
 }
 
-// One reusable parser per thread: answers are parsed on whichever thread maps them, and the
-// parser's buffers are kept between answers.
+// Answers up to this size are parsed with one parser per thread whose buffers are kept
+// between answers; a larger one (a host may raise the answer limit) gets buffers of its own,
+// freed with the answer, so one big answer does not leave a thread holding its size for good.
+constexpr std::size_t kRetainedParseBytes = 1024 * 1024;
+
 simdjson::dom::parser& threadParser() {
     thread_local simdjson::dom::parser parser;
     return parser;
@@ -275,15 +278,17 @@ int nestingDepth(std::string_view bytes, int limit) {
 }
 
 // One parsed answer: the fast parser's tree, or, for text it cannot hold (integers beyond 64
-// bits), the general parser's.
+// bits), the general parser's. `ownParser` holds the tree of a large answer.
 struct ParsedBytes {
+    std::unique_ptr<simdjson::dom::parser> ownParser;
     std::optional<simdjson::dom::element> simd;
     std::optional<nlohmann::json> general;
     explicit operator bool() const { return simd || general; }
 };
 
-std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::string* whyNot,
-                                                 simdjson::error_code* failure = nullptr);
+std::optional<simdjson::dom::element> parseBytes(simdjson::dom::parser& parser,
+                                                 std::string_view bytes, std::string* whyNot,
+                                                 simdjson::error_code* failure);
 
 // A UTF-8 byte-order mark before the text is skipped, as the platform's JSON reader does. An
 // integer too large for 64 bits fails the fast parser; such text goes to the general parser,
@@ -294,8 +299,14 @@ ParsedBytes parseAnswer(std::string_view bytes, std::string* whyNot) {
     ParsedBytes out;
     simdjson::error_code failure = simdjson::SUCCESS;
     std::string fastWhy;
-    out.simd = parseBytes(bytes, &fastWhy, &failure);
+    simdjson::dom::parser* parser = &threadParser();
+    if (bytes.size() > kRetainedParseBytes) {
+        out.ownParser = std::make_unique<simdjson::dom::parser>();
+        parser = out.ownParser.get();
+    }
+    out.simd = parseBytes(*parser, bytes, &fastWhy, &failure);
     if (out.simd) return out;
+    out.ownParser.reset();
     // A raw NUL is never valid JSON; the general parser would stop reading at it.
     if (failure == simdjson::NUMBER_ERROR && bytes.find('\0') == std::string_view::npos) {
         if (nestingDepth(bytes, kPeloraYYMaxDepth) <= kPeloraYYMaxDepth) {
@@ -311,9 +322,9 @@ ParsedBytes parseAnswer(std::string_view bytes, std::string* whyNot) {
     return out;
 }
 
-std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::string* whyNot,
+std::optional<simdjson::dom::element> parseBytes(simdjson::dom::parser& parser,
+                                                 std::string_view bytes, std::string* whyNot,
                                                  simdjson::error_code* failure) {
-    simdjson::dom::parser& parser = threadParser();
     if (parser.capacity() < bytes.size() || parser.max_depth() != kPeloraYYMaxDepth) {
         const std::size_t capacity = std::max<std::size_t>(bytes.size(), 4096);
         if (auto err = parser.allocate(capacity, kPeloraYYMaxDepth)) {
@@ -321,18 +332,30 @@ std::optional<simdjson::dom::element> parseBytes(std::string_view bytes, std::st
             return std::nullopt;
         }
     }
-    // The parser reads a little past the end of its input; the bytes are copied into a
-    // padded buffer kept per thread, instead of a fresh allocation for every answer.
-    thread_local std::unique_ptr<char[]> padded;
-    thread_local std::size_t paddedCapacity = 0;
-    if (paddedCapacity < bytes.size() + simdjson::SIMDJSON_PADDING) {
-        paddedCapacity = std::max(bytes.size() + simdjson::SIMDJSON_PADDING, paddedCapacity * 2);
-        padded.reset(new char[paddedCapacity]);
+    // The parser reads a little past the end of its input, so the bytes are copied into a
+    // padded buffer: one kept per thread for answers of ordinary size, one of its own (gone
+    // once parsed: the tree does not point into it) for a larger one.
+    thread_local std::unique_ptr<char[]> retained;
+    thread_local std::size_t retainedCapacity = 0;
+    const std::size_t needed = bytes.size() + simdjson::SIMDJSON_PADDING;
+    std::unique_ptr<char[]> own;
+    char* padded = nullptr;
+    if (bytes.size() > kRetainedParseBytes) {
+        own.reset(new char[needed]);
+        padded = own.get();
+    } else {
+        if (retainedCapacity < needed) {
+            retainedCapacity = std::max(
+                needed,
+                std::min(retainedCapacity * 2, kRetainedParseBytes + simdjson::SIMDJSON_PADDING));
+            retained.reset(new char[retainedCapacity]);
+        }
+        padded = retained.get();
     }
-    if (!bytes.empty()) std::memcpy(padded.get(), bytes.data(), bytes.size());
-    std::memset(padded.get() + bytes.size(), 0, simdjson::SIMDJSON_PADDING);
+    if (!bytes.empty()) std::memcpy(padded, bytes.data(), bytes.size());
+    std::memset(padded + bytes.size(), 0, simdjson::SIMDJSON_PADDING);
     simdjson::dom::element root;
-    if (auto err = parser.parse(padded.get(), bytes.size(), false).get(root)) {
+    if (auto err = parser.parse(padded, bytes.size(), false).get(root)) {
         if (failure) *failure = err;
         if (whyNot) {
             *whyNot =
@@ -443,9 +466,10 @@ std::map<std::string, std::shared_ptr<void>> dictionaryOf(const _PeloraYYModelMe
 
 std::vector<std::shared_ptr<void>> _plyy_modelArrayWithBytes(const _PeloraYYModelMeta& meta,
                                                              std::string_view bytes) {
-    auto root = parseBytes(bytes, nullptr);
-    if (!root) return {};
-    return arrayOf(meta, SimdView{*root});
+    auto parsed = parseAnswer(bytes, nullptr);
+    if (!parsed) return {};
+    if (parsed.general) return arrayOf(meta, JsonView{&*parsed.general});
+    return arrayOf(meta, SimdView{*parsed.simd});
 }
 
 std::vector<std::shared_ptr<void>> _plyy_modelArrayWithJSON(const _PeloraYYModelMeta& meta,
@@ -455,9 +479,10 @@ std::vector<std::shared_ptr<void>> _plyy_modelArrayWithJSON(const _PeloraYYModel
 
 std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithBytes(
     const _PeloraYYModelMeta& meta, std::string_view bytes) {
-    auto root = parseBytes(bytes, nullptr);
-    if (!root) return {};
-    return dictionaryOf(meta, SimdView{*root});
+    auto parsed = parseAnswer(bytes, nullptr);
+    if (!parsed) return {};
+    if (parsed.general) return dictionaryOf(meta, JsonView{&*parsed.general});
+    return dictionaryOf(meta, SimdView{*parsed.simd});
 }
 
 std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithJSON(

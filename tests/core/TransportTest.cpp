@@ -235,6 +235,30 @@ TEST_F(TransportTest, BodyWithoutDataIsFailureWithoutMessage) {
     }
 }
 
+TEST_F(TransportTest, AnswersPastTheHostsLimitFailWithTheSizeCodeAndMapNothing) {
+    const auto defaults = PeloraConstConfig::limits();
+    EXPECT_EQ(defaults.answerBytes, 1u << 20);
+    auto limits = defaults;
+    limits.answerBytes = std::string(kTwoAds).size() - 1;
+    PeloraConstConfig::setLimits(limits);
+    server.on(kFetchPath, LoopbackResponse::json(kTwoAds));
+    auto over = fetch(server.url(kFetchPath));
+    EXPECT_EQ(over.code, pelora::platform::URLError::kDataLengthExceedsMaximum);
+    EXPECT_TRUE(over.msg);
+    EXPECT_FALSE(over.resp);
+    // The limit travels with the request, so a backend that never saw the configuration
+    // still enforces it.
+    EXPECT_EQ(platform.fake->requests().back().request.maxBodyBytes, limits.answerBytes);
+
+    limits.answerBytes = std::string(kTwoAds).size();
+    PeloraConstConfig::setLimits(limits);
+    auto atLimit = fetch(server.url(kFetchPath));
+    PeloraConstConfig::setLimits(defaults);
+    EXPECT_EQ(atLimit.code, 0);
+    ASSERT_TRUE(atLimit.resp && atLimit.resp->ads);
+    EXPECT_EQ(atLimit.resp->ads->size(), 2u);
+}
+
 TEST_F(TransportTest, SilentServerTimesOutUnderTheModifiersTimeout) {
     platform.fake->setSimulateTimeouts(true);
     server.on(kFetchPath, LoopbackResponse::hang());

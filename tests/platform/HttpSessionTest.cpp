@@ -364,6 +364,48 @@ TEST_F(HttpSessionTest, BodiesOverTheCapAreAborted) {
     EXPECT_EQ(atCap.data->size(), 1000u);
 }
 
+TEST_F(HttpSessionTest, ARequestsOwnCapIsTighterAndDownloadsHaveTheirs) {
+    server.on("/body", LoopbackResponse::text(std::string(800, 'z')));
+    HttpSessionConfiguration config;
+    config.maxBodyBytes = 1000;
+    config.maxDownloadBytes = 500;
+    config.temporaryDirectory = tempDir() + "/capped";
+    auto session = makeSession(config);
+
+    auto capped = request("/body");
+    capped.maxBodyBytes = 700;
+    Outcome refused;
+    session->dataTask(capped, refused.dataCompletion())->resume();
+    ASSERT_TRUE(refused.wait());
+    EXPECT_EQ(refused.errorCode(), URLError::kDataLengthExceedsMaximum);
+
+    auto loose = request("/body");
+    loose.maxBodyBytes = 5000;  // never looser than the session
+    Outcome fits;
+    session->dataTask(loose, fits.dataCompletion())->resume();
+    ASSERT_TRUE(fits.wait());
+    EXPECT_FALSE(fits.error);
+    EXPECT_EQ(fits.data->size(), 800u);
+
+    std::mutex m;
+    std::condition_variable cv;
+    bool done = false;
+    int64_t code = 0;
+    session
+        ->downloadTask(request("/body"),
+                       [&](std::optional<std::string>, std::optional<HttpResponse>,
+                           std::optional<pelora::platform::Error> err) {
+                           std::lock_guard lock(m);
+                           code = err ? err->code : 0;
+                           done = true;
+                           cv.notify_all();
+                       })
+        ->resume();
+    std::unique_lock lock(m);
+    ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(10), [&] { return done; }));
+    EXPECT_EQ(code, URLError::kDataLengthExceedsMaximum);
+}
+
 TEST_F(HttpSessionTest, DownloadLeavesTheFileWhereItSaysUntilTheCompletionReturns) {
     const std::string payload(3000, 'v');
     server.on("/video.mp4", LoopbackResponse::text(payload));

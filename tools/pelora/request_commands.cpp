@@ -25,7 +25,7 @@ constexpr const char* kRequestUsage =
     "[--app-id ID]";
 constexpr const char* kFetchUsage =
     "fetch --kind splash|native|reward --slot ID [--width W] [--height H] [--timeout S] "
-    "[--app-id ID] [--base-url URL] [--ca-file PEM]";
+    "[--app-id ID] [--base-url URL] [--ca-file PEM] [--max-answer-bytes N]";
 
 struct SlotRequest {
     std::string kind;
@@ -35,7 +35,8 @@ struct SlotRequest {
     int64_t timeout = 3;  // whole seconds, as every slot carries it
     std::optional<std::string> appId;
     std::optional<std::string> baseUrl;
-    std::string caFile;  // extra trusted certificates for an https base URL
+    std::string caFile;          // extra trusted certificates for an https base URL
+    int64_t maxAnswerBytes = 0;  // 0: the SDK's own limit
 };
 
 // Reads the options shared by `request` and `fetch`; an empty result means usage was printed.
@@ -46,6 +47,7 @@ std::optional<SlotRequest> parseSlotRequest(const std::string& command,
     if (allowBaseUrl) {
         names.push_back("base-url");
         names.push_back("ca-file");
+        names.push_back("max-answer-bytes");
     }
     ParsedArgs parsed = parseArgs(args, names);
     auto fail = [&](const std::string& message) {
@@ -92,6 +94,11 @@ std::optional<SlotRequest> parseSlotRequest(const std::string& command,
             return fail("--ca-file must name a readable PEM file");
         }
     }
+    if (parsed.has("max-answer-bytes") &&
+        (!parseInt64(parsed.options["max-answer-bytes"], req.maxAnswerBytes) ||
+         req.maxAnswerBytes <= 0)) {
+        return fail("--max-answer-bytes must be a whole number above 0");
+    }
     return req;
 }
 
@@ -134,6 +141,11 @@ BuiltRequest buildRequest(const SlotRequest& req) {
 }
 
 void prepare(const SlotRequest& req) {
+    if (req.maxAnswerBytes > 0) {
+        auto limits = PeloraConstConfig::limits();
+        limits.answerBytes = static_cast<uint64_t>(req.maxAnswerBytes);
+        PeloraConstConfig::setLimits(limits);
+    }
     // stdout carries the JSON answer; the transport's diagnostic lines are not wanted there
     // or on the terminal.
     platform::setMinimumLogLevel(platform::LogLevel::Warning);

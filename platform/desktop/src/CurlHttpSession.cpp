@@ -185,6 +185,26 @@ class CurlTask final : public platform::HttpTask, public std::enable_shared_from
     HttpResponse response;
 };
 
+// Appends to a data task's body without ever reserving past the cap: the usual doubling
+// would leave a body just over half the cap holding twice its size. The announced length
+// (when there is one, and within the cap) sizes the buffer once.
+void appendBounded(CurlTask& task, const char* data, size_t len) {
+    std::string& body = task.body;
+    const size_t needed = body.size() + len;
+    if (needed > body.capacity()) {
+        size_t want = std::max(needed, body.capacity() * 2);
+        curl_off_t announced = -1;
+        if (body.empty() &&
+            curl_easy_getinfo(task.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced) ==
+                CURLE_OK &&
+            announced > 0 && static_cast<uint64_t>(announced) <= task.maxBytes) {
+            want = std::max(needed, static_cast<size_t>(announced));
+        }
+        body.reserve(static_cast<size_t>(std::min<uint64_t>(want, task.maxBytes)));
+    }
+    body.append(data, len);
+}
+
 size_t onBody(char* data, size_t size, size_t count, void* user) {
     auto* task = static_cast<CurlTask*>(user);
     const size_t len = size * count;
@@ -201,7 +221,7 @@ size_t onBody(char* data, size_t size, size_t count, void* user) {
             return 0;
         }
     } else {
-        task->body.append(data, len);
+        appendBounded(*task, data, len);
     }
     return len;
 }
@@ -355,7 +375,9 @@ class Core : public std::enable_shared_from_this<Core> {
             return;
         }
         task->easy = easy;
-        task->maxBytes = config_.maxBodyBytes;
+        task->maxBytes =
+            task->kind_ == TaskKind::Download ? config_.maxDownloadBytes : config_.maxBodyBytes;
+        if (req.maxBodyBytes) task->maxBytes = std::min(task->maxBytes, *req.maxBodyBytes);
         configure(*task);
         active_[easy] = task;
         curl_multi_add_handle(multi_, easy);
@@ -398,9 +420,8 @@ class Core : public std::enable_shared_from_this<Core> {
             curl_easy_setopt(easy, CURLOPT_CAINFO, config_.caBundlePath.c_str());
         }
         curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
-        curl_easy_setopt(
-            easy, CURLOPT_MAXFILESIZE_LARGE,
-            static_cast<curl_off_t>(std::min<uint64_t>(config_.maxBodyBytes, INT64_MAX)));
+        curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE,
+                         static_cast<curl_off_t>(std::min<uint64_t>(task.maxBytes, INT64_MAX)));
         double timeout = req.timeoutInterval;
         if (!(timeout > 0) || !std::isfinite(timeout)) timeout = kDefaultRequestTimeout;
         long ms = static_cast<long>(std::clamp(std::llround(timeout * 1000.0), 1LL, 86400000LL));

@@ -71,6 +71,11 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
 
     bool isDownload() const { return static_cast<bool>(file_) || download_; }
     void markDownload() { download_ = true; }
+    // The body bound of the session and the request, as a real session applies it.
+    void limitBody(const platform::HttpSessionConfiguration& config) {
+        maxBytes_ = isDownload() ? config.maxDownloadBytes : config.maxBodyBytes;
+        if (request_.maxBodyBytes) maxBytes_ = std::min(maxBytes_, *request_.maxBodyBytes);
+    }
     uint64_t id() const { return id_; }
     const platform::HttpRequest& request() const { return request_; }
 
@@ -161,9 +166,12 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
         }
         std::optional<platform::Error> error;
         std::optional<platform::HttpResponse> httpResponse;
-        if (response.error) {
-            error = platform::Error{platform::kURLErrorDomain, *response.error,
-                                    "simulated failure " + std::to_string(*response.error)};
+        std::optional<int64_t> failure = response.error;
+        if (!failure && response.body.size() > maxBytes_)
+            failure = platform::URLError::kDataLengthExceedsMaximum;
+        if (failure) {
+            error = platform::Error{platform::kURLErrorDomain, *failure,
+                                    "simulated failure " + std::to_string(*failure)};
         } else {
             httpResponse = platform::HttpResponse{response.status, response.headers, request_.url};
         }
@@ -198,6 +206,7 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
     std::shared_ptr<platform::Timer> timeout_;
     std::shared_ptr<platform::Timer> delayed_;
     bool download_ = false;
+    uint64_t maxBytes_ = UINT64_MAX;
     bool resumed_ = false;
     bool scheduled_ = false;
     bool completed_ = false;
@@ -205,19 +214,23 @@ class FakeTask final : public platform::HttpTask, public std::enable_shared_from
 
 class FakeSession final : public platform::HttpSession {
   public:
-    explicit FakeSession(std::shared_ptr<FakeHttpSessionFactory::State> state)
-        : state_(std::move(state)) {}
+    FakeSession(std::shared_ptr<FakeHttpSessionFactory::State> state,
+                platform::HttpSessionConfiguration config)
+        : state_(std::move(state)), config_(std::move(config)) {}
 
     std::shared_ptr<platform::HttpTask> dataTask(platform::HttpRequest request,
                                                  platform::DataTaskCompletion completion) override {
-        return std::make_shared<FakeTask>(state_, nextId(), std::move(request),
-                                          std::move(completion), nullptr);
+        auto task = std::make_shared<FakeTask>(state_, nextId(), std::move(request),
+                                               std::move(completion), nullptr);
+        task->limitBody(config_);
+        return task;
     }
     std::shared_ptr<platform::HttpTask> downloadTask(
         platform::HttpRequest request, platform::DownloadTaskCompletion completion) override {
         auto task = std::make_shared<FakeTask>(state_, nextId(), std::move(request), nullptr,
                                                std::move(completion));
         task->markDownload();
+        task->limitBody(config_);
         return task;
     }
     void invalidateAndCancel() override {
@@ -235,6 +248,7 @@ class FakeSession final : public platform::HttpSession {
         return state_->nextId++;
     }
     std::shared_ptr<FakeHttpSessionFactory::State> state_;
+    const platform::HttpSessionConfiguration config_;
 };
 
 }  // namespace
@@ -254,8 +268,8 @@ FakeHttpSessionFactory::~FakeHttpSessionFactory() {
 }
 
 std::shared_ptr<platform::HttpSession> FakeHttpSessionFactory::createSession(
-    const platform::HttpSessionConfiguration&) {
-    return std::make_shared<FakeSession>(state_);
+    const platform::HttpSessionConfiguration& config) {
+    return std::make_shared<FakeSession>(state_, config);
 }
 
 void FakeHttpSessionFactory::addResponse(const std::string& url, Response response) {

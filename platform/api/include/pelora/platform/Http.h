@@ -30,6 +30,8 @@ struct PELORA_EXPORT HttpRequest {
     std::string body;
     double timeoutInterval = 60.0;  // seconds
     CachePolicy cachePolicy = CachePolicy::UseProtocolCachePolicy;
+    // A tighter bound on this request's body than its session's (the smaller one applies).
+    std::optional<uint64_t> maxBodyBytes;
 
     // Header names compare case-insensitively; setting replaces an existing value.
     void setValue(const std::string& value, const std::string& header);
@@ -66,8 +68,12 @@ class PELORA_EXPORT HttpTask {
 };
 
 struct PELORA_EXPORT HttpSessionConfiguration {
-    // Bodies larger than this are aborted with URLError::kDataLengthExceedsMaximum.
+    // A data task's body is held in memory: one larger than this (counted after any content
+    // decoding, so a small compressed body that inflates past it counts as large) is aborted
+    // with URLError::kDataLengthExceedsMaximum.
     uint64_t maxBodyBytes = 64ull * 1024 * 1024;
+    // The same bound for a download task's file.
+    uint64_t maxDownloadBytes = 1024ull * 1024 * 1024;
     // Redirects followed before failing with URLError::kHTTPTooManyRedirects.
     int maxRedirects = 8;
     // Directory for download tasks' temporary files; empty means the system temp directory.

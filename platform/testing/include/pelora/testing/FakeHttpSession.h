@@ -19,7 +19,8 @@ namespace pelora::testing {
 // Completions arrive through the main run loop (posted, never inside the call that started
 // the task), as the real backend's do, so a test runs on one thread and the manual clock.
 //
-// Like a real session it fails URLs other than http and https with -1002 at once.
+// Like a real session it fails URLs other than http and https with -1002 at once, and a
+// body larger than the session's or the request's bound with -1103.
 // Matching: an answer added for a URL with a query string matches that exact URL; one added
 // for a URL without a query matches that URL with any query. The answer stays in place for
 // later requests until it is replaced or removed.
