@@ -443,6 +443,14 @@ json Inspector::addBeacon(const TrackingRecord& r) {
         }
     }
 
+    // A macro the SDK has no value for on this event stays as written, which is no fault.
+    for (auto& m : macros) {
+        if (m["state"] == "left" && macroMayStayUnset(m["macro"], r.trackType)) {
+            m["state"] = "unset";
+            m["text"] = "left in place: the SDK has no value for it on a " + event;
+        }
+    }
+
     // Macros still in the URL or body although the SDK had a value for them.
     std::set<std::string> left;
     for (const auto& token : tokensIn(r.url))
