@@ -1,7 +1,7 @@
 // The inspector page of `pelora-sandbox`, driven in headless Chromium while `pelora load` runs
 // the SDK's real loaders against the same sandbox.
 import assert from 'node:assert/strict';
-import { readFileSync, writeFileSync } from 'node:fs';
+import { copyFileSync, readFileSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 import { artifacts, launchBrowser, openInspector, rows, run, sandboxProgram, screenshot, startSandbox, tool } from './harness.mjs';
@@ -114,7 +114,9 @@ test('double beacons and other faults are flagged', async () => {
   await page.locator('#timeline li[data-ad="native-003"]').click();
   await page.locator('#detail li[data-flag="macro-left"]', { hasText: '__DOWN_X__' }).waitFor();
   await page.locator('#detail tr[data-macro="__DOWN_X__"][data-state="left"]').waitFor();
-  await screenshot(page, 'inspector-flags.png');
+  const file = await screenshot(page, 'inspector-flags.png');
+  // The picture in docs/SANDBOX.md: PELORA_DOCS_SCREENSHOT=$PWD/docs/sandbox-inspector.png
+  if (process.env.PELORA_DOCS_SCREENSHOT) copyFileSync(file, process.env.PELORA_DOCS_SCREENSHOT);
 });
 
 test('the control panel switches a slot to HTTP 500 and the next SDK load fails', async () => {
