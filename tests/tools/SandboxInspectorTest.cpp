@@ -253,6 +253,7 @@ class Stream {
             changed_.notify_all();
         });
     }
+    // The feed ends when the server stops: stop it before a Stream goes out of scope.
     ~Stream() {
         if (thread_.joinable()) thread_.join();
     }
@@ -377,6 +378,27 @@ TEST_F(SandboxInspectorTest, ServesThePageFromItsOwnFolderOnly) {
         EXPECT_NE(res->status, 200) << path;
     }
     EXPECT_EQ(c.Get("/inspector/missing.js")->status, 404);
+}
+
+TEST_F(SandboxInspectorTest, BytesThatAreNotTextStillReachThePageAndTheExport) {
+    Stream page(sandbox.port());
+    ASSERT_TRUE(page.waitFor("event: snapshot\n"));
+    get("/track/splash-demo/splash-001/1?ts=%FF%FE");
+    auto post = client().Post("/track/splash-demo/splash-001/2", std::string("\xff\x00\xfe", 3),
+                              "application/octet-stream");
+    ASSERT_TRUE(post);
+    auto fetched = client().Post("/api/v1/advert/fetch?reqId=%FF",
+                                 "{\"slot\":{\"slotId\":\"splash-demo\"}}", "application/json");
+    ASSERT_TRUE(fetched);
+    EXPECT_EQ(fetched->status, 200);
+    ASSERT_TRUE(page.waitFor("event: fetch\n"));
+    json record = exported();
+    EXPECT_EQ(record["beacons"].size(), 2u);
+    EXPECT_EQ(record["fetches"].size(), 1u);
+    auto records = client().Get("/sandbox/records");
+    ASSERT_TRUE(records);
+    EXPECT_EQ(json::parse(records->body)["records"].size(), 2u);
+    sandbox.stop();  // ends the page's feed
 }
 
 }  // namespace

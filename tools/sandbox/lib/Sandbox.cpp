@@ -137,9 +137,15 @@ json recordToJson(const TrackingRecord& r) {
                 {"trackType", r.trackType}};
 }
 
+// Received bytes are not always UTF-8 (a percent-escaped query, a binary body); they are shown
+// with replacement characters instead of failing the answer.
+std::string dumpText(const json& value, int indent = -1) {
+    return value.dump(indent, ' ', false, json::error_handler_t::replace);
+}
+
 // One server-sent event; the data is a single line of JSON.
 std::string sseEvent(uint64_t id, const std::string& type, const json& data) {
-    return "id: " + std::to_string(id) + "\nevent: " + type + "\ndata: " + data.dump() + "\n\n";
+    return "id: " + std::to_string(id) + "\nevent: " + type + "\ndata: " + dumpText(data) + "\n\n";
 }
 
 json errorJson(const std::string& message) {
@@ -257,7 +263,7 @@ struct Sandbox::Impl {
             json out = {{"fetches", json::array()}};
             std::lock_guard lock(mutex);
             for (const auto& f : fetches) out["fetches"].push_back(fetchToJson(f));
-            res.set_content(out.dump(2), "application/json");
+            res.set_content(dumpText(out, 2), "application/json");
         });
         auto clear = [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
@@ -268,7 +274,7 @@ struct Sandbox::Impl {
         server->Post("/sandbox/records/clear", clear);
         server->Get("/sandbox/slots", [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
-            res.set_content(slotsJson().dump(2), "application/json");
+            res.set_content(dumpText(slotsJson(), 2), "application/json");
         });
         server->Put(R"(/sandbox/slots/([^/]+)/simulate)",
                     [this](const httplib::Request& req, httplib::Response& res) {
@@ -288,7 +294,7 @@ struct Sandbox::Impl {
                         out["exportedAtMs"] = nowMs();
                         res.set_header("Content-Disposition",
                                        "attachment; filename=\"pelora-sandbox-record.json\"");
-                        res.set_content(out.dump(2), "application/json");
+                        res.set_content(dumpText(out, 2), "application/json");
                     });
         server->Get("/sandbox/inspector/events",
                     [this](const httplib::Request&, httplib::Response& res) { onEvents(res); });
@@ -323,7 +329,7 @@ struct Sandbox::Impl {
             std::lock_guard lock(mutex);
             if (streams >= kMaxInspectorStreams || stopping) {
                 res.status = 503;
-                res.set_content(errorJson("too many inspector pages are open").dump(),
+                res.set_content(dumpText(errorJson("too many inspector pages are open")),
                                 "application/json");
                 return;
             }
@@ -371,7 +377,7 @@ struct Sandbox::Impl {
         const std::string id = req.matches[1].str();
         auto fail = [&](int status, const std::string& message) {
             res.status = status;
-            res.set_content(errorJson(message).dump(), "application/json");
+            res.set_content(dumpText(errorJson(message)), "application/json");
         };
         json body = json::parse(req.body, nullptr, /*allow_exceptions=*/false);
         if (body.is_discarded() || !body.is_object())
@@ -390,7 +396,7 @@ struct Sandbox::Impl {
             publish("slots", slotsJson());
             answer = slotsJson()[id];
         }
-        res.set_content(answer.dump(2), "application/json");
+        res.set_content(dumpText(answer, 2), "application/json");
     }
 
     void onResetSimulation(const httplib::Request& req, httplib::Response& res) {
@@ -401,14 +407,14 @@ struct Sandbox::Impl {
             auto it = inventory.slots.find(id);
             if (it == inventory.slots.end()) {
                 res.status = 404;
-                res.set_content(errorJson("no slot \"" + id + "\"").dump(), "application/json");
+                res.set_content(dumpText(errorJson("no slot \"" + id + "\"")), "application/json");
                 return;
             }
             it->second.simulate = inventorySimulations[id];
             publish("slots", slotsJson());
             answer = slotsJson()[id];
         }
-        res.set_content(answer.dump(2), "application/json");
+        res.set_content(dumpText(answer, 2), "application/json");
     }
 
     // Under `mutex`.
@@ -424,7 +430,7 @@ struct Sandbox::Impl {
         json out = {{"records", json::array()}};
         std::lock_guard lock(mutex);
         for (const auto& r : tracking) out["records"].push_back(recordToJson(r));
-        return out.dump(2);
+        return dumpText(out, 2);
     }
 
     std::string fullUrl(const httplib::Request& req) const {
@@ -491,7 +497,7 @@ struct Sandbox::Impl {
                 break;
             case BodyMode::NoData:
                 envelope = {{"code", sim.code}, {"msg", "no data (simulated)"}};
-                res.set_content(envelope.dump(), sim.contentType);
+                res.set_content(dumpText(envelope), sim.contentType);
                 break;
             case BodyMode::NoAds:
             case BodyMode::Ads: {
@@ -501,7 +507,7 @@ struct Sandbox::Impl {
                 envelope = {
                     {"code", sim.code},
                     {"data", {{"reqId", reqId}, {"provider", inventory.provider}, {"ads", ads}}}};
-                res.set_content(envelope.dump(), sim.contentType);
+                res.set_content(dumpText(envelope), sim.contentType);
                 break;
             }
         }
