@@ -15,15 +15,11 @@ if [ "${PELORA_SANITIZE:-0}" = "1" ]; then
   export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
   export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
   export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/tests/lsan.supp:print_suppressions=0}
-  # The browser tests exercise the page; the server code under them is covered by the tools
-  # tests, which do run here.
-  CTEST_EXTRA=(-LE browser)
 else
   BUILD_DIR=${BUILD_DIR:-build}
   EXTRA=()
-  CTEST_EXTRA=()
 fi
 
 cmake -S . -B "$BUILD_DIR" -G Ninja -DPELORA_WERROR=ON "${EXTRA[@]}" >/dev/null
 cmake --build "$BUILD_DIR" -j "$(nproc)"
-ctest --test-dir "$BUILD_DIR" --output-on-failure -j "$(nproc)" "${CTEST_EXTRA[@]}"
+ctest --test-dir "$BUILD_DIR" --output-on-failure -j "$(nproc)"

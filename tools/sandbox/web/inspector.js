@@ -67,8 +67,12 @@ function applySnapshot(snapshot) {
 function addEntry(entry, live = true) {
   (entry.kind === 'fetch' ? state.fetches : state.beacons).set(entry.id, entry);
   state.order.push(entry.id);
+  // Follow the newest rows unless the reader scrolled back to look at older ones.
+  const box = $('timeline').parentElement;
+  const following = box.scrollTop + box.clientHeight >= box.scrollHeight - 40;
   $('timeline').append(row(entry));
   if (live) refresh();
+  if (following) box.scrollTop = box.scrollHeight;
 }
 
 function connect() {
