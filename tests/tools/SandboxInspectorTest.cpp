@@ -4,6 +4,8 @@
 #include <httplib.h>
 
 #include <condition_variable>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -170,6 +172,30 @@ TEST_F(SandboxInspectorTest, FlagsEachFaultOnTheBeaconThatShowsIt) {
                     "__VIDEO_PLAY_FIRSR_FRAME__", "__VIDEO_PLAY_LAST_FRAME__",
                     "__VIDEO_PLAY_TYPE__", "__VIDEO_SCENE__", "__VIDEO_START_TIME__",
                     "__VIDEO_STATUS__", "__VIDEO_TIME__", "__WIDTH__"}));
+}
+
+TEST_F(SandboxInspectorTest, AnEventWithTheSameUrlTwiceIsCalledTwiceWithoutADouble) {
+    std::string dir = ::testing::TempDir() + "pelora-inspector-twice";
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir + "/inv.json") << R"({"slots": {"s": {"ads": [{"adId": "a", "trackUrls": [
+        {"trackType": 1, "urls": ["{{track}}", "{{track}}"]}]}]}}})";
+    Sandbox own;
+    std::string error;
+    ASSERT_TRUE(own.start({.inventoryPath = dir + "/inv.json"}, &error)) << error;
+    httplib::Client c("127.0.0.1", own.port());
+    auto res = c.Post("/api/v1/advert/fetch", R"({"slot":{"slotId":"s"}})", "application/json");
+    ASSERT_TRUE(res);
+    const std::string url = json::parse(res->body)["data"]["ads"][0]["trackUrls"][0]["urls"][0];
+    const std::string path = fill(url.substr(own.baseUrl().size()), 1);
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(c.Get(path.c_str()));
+    json beacons = json::parse(c.Get("/sandbox/inspector/export")->body)["beacons"];
+    ASSERT_EQ(beacons.size(), 3u);
+    EXPECT_TRUE(beacons[0]["flags"].empty());
+    EXPECT_TRUE(beacons[1]["flags"].empty());
+    ASSERT_EQ(beacons[2]["flags"].size(), 1u);
+    EXPECT_EQ(beacons[2]["flags"][0]["code"], "duplicate");
+    own.stop();
+    std::filesystem::remove_all(dir);
 }
 
 TEST_F(SandboxInspectorTest, EachServingOfAnAdHasItsOwnOnceOnlyEvents) {

@@ -397,16 +397,24 @@ json Inspector::addBeacon(const TrackingRecord& r) {
         entry["serving"] = serving->id;
         auto it = serving->templates.find(r.trackType);
         if (it != serving->templates.end()) {
+            // An event may list the same URL twice, and the SDK then calls it twice: the
+            // first matching URL not yet called is the one this beacon is.
+            std::optional<std::vector<std::pair<std::string, std::string>>> found;
             for (size_t i = 0; i < it->second.size(); ++i) {
-                const auto& t = it->second[i];
-                auto values = matchTemplate(pathAndQuery(t.url), received);
+                auto values = matchTemplate(pathAndQuery(it->second[i].url), received);
                 if (!values) continue;
-                templateIndex = static_cast<int>(i);
-                chosen = &t;
-                for (const auto& [macro, raw] : *values)
-                    macros.push_back(macroEntry(macro, "url", raw));
-                break;
+                const int index = static_cast<int>(i);
+                const bool called = serving->sentTemplates.count({r.trackType, index}) != 0;
+                if (!found || !called) {
+                    found = std::move(values);
+                    templateIndex = index;
+                    chosen = &it->second[i];
+                }
+                if (!called) break;
             }
+            if (found)
+                for (const auto& [macro, raw] : *found)
+                    macros.push_back(macroEntry(macro, "url", raw));
         }
     }
     if (!chosen) {
