@@ -213,6 +213,7 @@ struct Sandbox::Impl {
         return out;
     }
 
+    // Under `mutex`.
     json snapshot() const {
         json out = inspector.exportJson();
         out["slots"] = slotsJson();
