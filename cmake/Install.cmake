@@ -19,14 +19,14 @@ endforeach()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/resources/PeloraSDKBundle.bundle
   DESTINATION ${CMAKE_INSTALL_DATADIR}/pelora)
 
-# The tool and the sandbox ad server with its inventory and creatives.
+# The tool and the sandbox ad server with its inventory, creatives and inspector page.
 foreach(_t pelora_cli pelora_sandbox)
   if(TARGET ${_t})
     install(TARGETS ${_t} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
 endforeach()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/tools/sandbox/inventory ${PROJECT_SOURCE_DIR}/tools/sandbox/creatives
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/pelora/sandbox)
+  ${PROJECT_SOURCE_DIR}/tools/sandbox/web DESTINATION ${CMAKE_INSTALL_DATADIR}/pelora/sandbox)
 
 set(PELORA_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Pelora)
 install(EXPORT PeloraTargets NAMESPACE Pelora:: DESTINATION ${PELORA_CMAKE_DIR})

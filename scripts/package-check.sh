@@ -43,3 +43,17 @@ PKG_CONFIG_PATH="$stage/lib/pkgconfig" \
 
 echo "package-check: running the console host against the installed sandbox"
 PATH="$stage/bin:$PATH" timeout 120 "$build/examples/console_host/console_host"
+
+echo "package-check: the installed sandbox serves its inspector page"
+"$stage/bin/pelora-sandbox" >"$build/sandbox.url" 2>/dev/null &
+sandbox_pid=$!
+trap 'kill "$sandbox_pid" 2>/dev/null || true' EXIT
+for _ in $(seq 100); do [ -s "$build/sandbox.url" ] && break; sleep 0.1; done
+python3 - "$(head -1 "$build/sandbox.url")/inspector/" <<'PY'
+import sys, urllib.request
+page = urllib.request.urlopen(sys.argv[1], timeout=10).read()
+sys.exit(0 if b"inspector.js" in page else "the installed sandbox does not serve its inspector page")
+PY
+kill "$sandbox_pid"
+wait "$sandbox_pid" || true
+trap - EXIT

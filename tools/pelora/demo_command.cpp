@@ -7,9 +7,12 @@
 // received, checks every expected step, and fails when one is missing.
 
 #include <poll.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -424,6 +427,7 @@ struct DemoOptions {
     bool json = false;
     bool fast = false;
     bool window = false;      // a person plays the host in a real window
+    bool serve = false;       // keep the sandbox and its inspector up after the summary
     std::string screenshots;  // directory for a PNG at each step of the timeline
 };
 
@@ -432,7 +436,7 @@ int parseDemoOptions(const std::vector<std::string>& args, DemoOptions& out) {
     using namespace pelora::cli;
     auto parsed =
         parseArgs(args, {"skip-at", "tap-at", "reward-skip-at", "reward-mute-at", "screenshots"},
-                  {"json", "fast", "window"});
+                  {"json", "fast", "window", "serve"});
     if (!parsed.error.empty()) return usageError("demo", parsed.error);
     if (!parsed.positional.empty())
         return usageError("demo", "unexpected argument " + parsed.positional[0]);
@@ -460,6 +464,7 @@ int parseDemoOptions(const std::vector<std::string>& args, DemoOptions& out) {
     out.json = parsed.hasFlag("json");
     out.fast = parsed.hasFlag("fast");
     out.window = parsed.hasFlag("window");
+    out.serve = parsed.hasFlag("serve");
     if (parsed.has("screenshots")) out.screenshots = parsed.options["screenshots"];
     if (out.window && out.fast)
         return usageError("demo",
@@ -1053,6 +1058,36 @@ void runRewardPart(DemoHost& host) {
 
 // ---- the demo --------------------------------------------------------------------------------
 
+// --serve: the record stays in the inspector for a person to look at until Ctrl-C or SIGTERM.
+// Whichever thread the signal lands on only writes a byte to a pipe that this thread waits on.
+int gStopPipe[2] = {-1, -1};
+
+void onStopSignal(int) {
+    char byte = 1;
+    [[maybe_unused]] auto n = ::write(gStopPipe[1], &byte, 1);
+}
+
+void waitForStopSignal(Demo& demo, const pelora::sandbox::Sandbox& sandbox) {
+    if (::pipe(gStopPipe) != 0) return;
+    struct sigaction action {};
+    action.sa_handler = onStopSignal;
+    sigemptyset(&action.sa_mask);
+    struct sigaction oldInt {
+    }, oldTerm{};
+    ::sigaction(SIGINT, &action, &oldInt);
+    ::sigaction(SIGTERM, &action, &oldTerm);
+    demo.note("host", "serving",
+              "the inspector stays at " + sandbox.inspectorUrl() + " until Ctrl-C",
+              {{"url", sandbox.inspectorUrl()}});
+    pollfd p{gStopPipe[0], POLLIN, 0};
+    while (::poll(&p, 1, -1) < 0 && errno == EINTR) {
+    }
+    ::sigaction(SIGINT, &oldInt, nullptr);
+    ::sigaction(SIGTERM, &oldTerm, nullptr);
+    ::close(gStopPipe[0]);
+    ::close(gStopPipe[1]);
+}
+
 int runDemo(const std::vector<std::string>& args) {
     DemoOptions opt;
     if (int status = parseDemoOptions(args, opt)) return status;
@@ -1085,6 +1120,8 @@ int runDemo(const std::vector<std::string>& args) {
         [&demo](const pelora::sandbox::TrackingRecord& r) { demo.queueRecord(r); });
 
     demo.note("host", "sandbox listening", sandbox.baseUrl(), {{"baseUrl", sandbox.baseUrl()}});
+    demo.note("host", "inspector", "open " + sandbox.inspectorUrl() + " in a browser",
+              {{"url", sandbox.inspectorUrl()}});
     PeloraConstConfig::setBaseUrlOverride(sandbox.baseUrl());
     PeloraSDKManager::setAppID("pelora-demo-app");
 
@@ -1148,6 +1185,7 @@ int runDemo(const std::vector<std::string>& args) {
     bool ok = demo.summary();
     sandbox.setTrackingObserver(nullptr);
     pelora::platform::setLogSink(nullptr);
+    if (opt.serve) waitForStopSignal(demo, sandbox);
     sandbox.stop();
     return ok ? 0 : 1;
 }
@@ -1155,12 +1193,13 @@ int runDemo(const std::vector<std::string>& args) {
 const bool registered = pelora::cli::registerCommand({
     "demo",
     "demo [--skip-at S | --tap-at S] [--reward-skip-at V] [--reward-mute-at V] [--fast] [--json]\n"
-    "     [--window] [--screenshots DIR]",
+    "     [--window] [--screenshots DIR] [--serve]",
     "play a host app against an in-process sandbox: splash ad, native ads, rewarded video, "
     "tracking, summary (S: seconds left on the splash countdown, 5..1; V: second of the video, "
     "5..10 for skip, 1..9 for mute; --fast: the demo moves the clock itself and plays the video "
     "on a scripted player; --window: a person plays the host in a real window; --screenshots: "
-    "a PNG of the screen at each step)",
+    "a PNG of the screen at each step; --serve: keep the sandbox and its inspector page up after "
+    "the summary until Ctrl-C)",
     runDemo,
 });
 

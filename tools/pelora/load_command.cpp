@@ -1,6 +1,7 @@
 // `pelora load`: runs the SDK's real loader of one ad kind against an ad server and prints
 // every delegate callback it receives as one JSON object per line.
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -157,6 +158,61 @@ class RewardPrinter : public PeloraRewardVideoAdManagerDelegate {
     Outcome& outcome_;
 };
 
+// Counts the requests the SDK has in flight, so that the command lets the reports a load starts
+// (a splash ad's impression) reach the server before the process ends and cancels them.
+class CountingSessionFactory final : public pelora::platform::HttpSessionFactory {
+  public:
+    explicit CountingSessionFactory(std::shared_ptr<pelora::platform::HttpSessionFactory> inner)
+        : inner_(std::move(inner)) {}
+    std::shared_ptr<pelora::platform::HttpSession> createSession(
+        const pelora::platform::HttpSessionConfiguration& config) override {
+        return std::make_shared<Session>(inner_->createSession(config), inFlight_);
+    }
+    int inFlight() const { return inFlight_->load(); }
+
+  private:
+    class Session final : public pelora::platform::HttpSession {
+      public:
+        Session(std::shared_ptr<pelora::platform::HttpSession> inner,
+                std::shared_ptr<std::atomic<int>> count)
+            : inner_(std::move(inner)), count_(std::move(count)) {}
+        std::shared_ptr<pelora::platform::HttpTask> dataTask(
+            pelora::platform::HttpRequest request,
+            pelora::platform::DataTaskCompletion completion) override {
+            ++*count_;
+            // Counted out before the completion runs: the completion wakes the main loop,
+            // which then sees the request finished.
+            return inner_->dataTask(
+                std::move(request), [count = count_, completion = std::move(completion)](
+                                        auto data, auto response, auto error) {
+                    --*count;
+                    if (completion)
+                        completion(std::move(data), std::move(response), std::move(error));
+                });
+        }
+        std::shared_ptr<pelora::platform::HttpTask> downloadTask(
+            pelora::platform::HttpRequest request,
+            pelora::platform::DownloadTaskCompletion completion) override {
+            ++*count_;
+            return inner_->downloadTask(
+                std::move(request), [count = count_, completion = std::move(completion)](
+                                        auto location, auto response, auto error) {
+                    --*count;
+                    if (completion)
+                        completion(std::move(location), std::move(response), std::move(error));
+                });
+        }
+        void invalidateAndCancel() override { inner_->invalidateAndCancel(); }
+
+      private:
+        std::shared_ptr<pelora::platform::HttpSession> inner_;
+        std::shared_ptr<std::atomic<int>> count_;
+    };
+
+    std::shared_ptr<pelora::platform::HttpSessionFactory> inner_;
+    std::shared_ptr<std::atomic<int>> inFlight_ = std::make_shared<std::atomic<int>>(0);
+};
+
 struct LoadOptions {
     std::string kind, slot, baseUrl, caFile;
     double timeout = 3;
@@ -248,7 +304,10 @@ int runLoad(const std::vector<std::string>& args) {
 
     pelora::desktop::DesktopOptions options;
     options.caBundlePath = o.caFile;
-    auto services = pelora::desktop::installDesktopPlatform(options);
+    auto services = pelora::desktop::makeDesktopServices(options);
+    auto requests = std::make_shared<CountingSessionFactory>(services.http);
+    services.http = requests;
+    pelora::platform::installServices(services);
     PeloraConstConfig::setBaseUrlOverride(o.baseUrl);
 
     Outcome outcome;
@@ -264,6 +323,9 @@ int runLoad(const std::vector<std::string>& args) {
         std::cerr << "pelora: the load reported nothing in time\n";
         return 1;
     }
+    // Reports are fire-and-forget for the SDK; here they finish (or time out) before the end.
+    loop.runUntil([&] { return requests->inFlight() == 0; },
+                  loop.clock().monotonicSeconds() + 65.0);
     // Release a loaded splash, as a host does to end its countdown: the command ends with the
     // load's outcome.
     if (loader.splash) {

@@ -63,7 +63,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::cout << sandbox.baseUrl() << std::endl;
-    std::cerr << "fetch:     POST " << sandbox.fetchUrl() << "\n"
+    std::cerr << "inspector: open " << sandbox.inspectorUrl() << " in a browser\n"
+              << "fetch:     POST " << sandbox.fetchUrl() << "\n"
               << "records:   GET  " << sandbox.baseUrl() << "/sandbox/records\n"
               << "creatives: GET  " << sandbox.baseUrl() << "/creatives/<file>\n";
 

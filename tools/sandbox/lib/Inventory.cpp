@@ -1,5 +1,7 @@
 #include "Inventory.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace pelora::sandbox {
@@ -26,12 +28,24 @@ bool parseBodyMode(const std::string& text, BodyMode& out) {
     return false;
 }
 
-bool parseSimulation(const json& j, Simulation& sim, const std::string& where, std::string* error) {
+}  // namespace
+
+bool parseSimulation(const json& j, Simulation& sim, const std::string& where, std::string* error,
+                     bool strict) {
     auto fail = [&](const std::string& what) {
         if (error) *error = where + ": " + what;
         return false;
     };
     if (!j.is_object()) return fail("\"simulate\" must be an object");
+    if (strict) {
+        static const char* kKeys[] = {"status", "delayMs", "holdMs",  "noAnswer",
+                                      "body",   "code",    "rawBody", "contentType"};
+        for (const auto& [key, value] : j.items()) {
+            if (std::find_if(std::begin(kKeys), std::end(kKeys),
+                             [&](const char* k) { return key == k; }) == std::end(kKeys))
+                return fail("unknown key \"" + key + "\"");
+        }
+    }
     if (j.contains("status")) {
         if (!j["status"].is_number_integer()) return fail("\"status\" must be an integer");
         sim.status = j["status"].get<int>();
@@ -69,6 +83,15 @@ bool parseSimulation(const json& j, Simulation& sim, const std::string& where, s
     }
     return true;
 }
+
+json simulationToJson(const Simulation& sim) {
+    return json{{"status", sim.status},           {"delayMs", sim.delayMs},
+                {"noAnswer", sim.noAnswer},       {"holdMs", sim.holdMs},
+                {"body", bodyModeName(sim.body)}, {"code", sim.code},
+                {"rawBody", sim.rawBody},         {"contentType", sim.contentType}};
+}
+
+namespace {
 
 void replaceAll(std::string& text, const std::string& token, const std::string& value) {
     if (token.empty()) return;

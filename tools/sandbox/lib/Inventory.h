@@ -47,6 +47,13 @@ std::optional<Inventory> parseInventory(const std::string& text, std::string* er
 
 const char* bodyModeName(BodyMode mode);
 
+// Reads a "simulate" object onto `sim` (keys it lacks keep their value in `sim`); false with a
+// reason naming `where` in *error when a key has the wrong type or range, or is unknown and
+// `strict` is set.
+bool parseSimulation(const nlohmann::json& j, Simulation& sim, const std::string& where,
+                     std::string* error, bool strict = false);
+nlohmann::json simulationToJson(const Simulation& sim);
+
 // Expands the placeholders of one slot's ad templates for a server at `base`.
 // "{{base}}" -> base, "{{creatives}}" -> base + "/creatives", "{{slot}}" -> slot id,
 // "{{adId}}" -> the ad's id, and a tracking URL "{{track}}" -> the standard tracking URL of

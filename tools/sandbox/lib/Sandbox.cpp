@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include <sstream>
 #include <thread>
 
+#include "Inspector.h"
 #include "Inventory.h"
 
 namespace pelora::sandbox {
@@ -24,6 +26,16 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kFetchPath = "/api/v1/advert/fetch";
+constexpr const char* kInspectorPath = "/inspector/";
+// Each open inspector page holds one worker for its event stream; a bound on pages and a pool
+// larger than that bound keep ad fetches, creatives and beacons answered while pages are open.
+constexpr int kMaxInspectorStreams = 4;
+constexpr size_t kWorkerThreads = 16;
+// How long an idle event stream waits before a keep-alive comment, which is also how a closed
+// page is noticed and its worker freed.
+constexpr auto kStreamIdle = std::chrono::seconds(5);
+// Events kept for pages that fall behind; older ones are replaced by a fresh snapshot.
+constexpr size_t kMaxEvents = 20000;
 
 int64_t nowMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -92,7 +104,11 @@ std::string mimeTypeFor(const std::string& name) {
     if (ext == ".mp4") return "video/mp4";
     if (ext == ".webm") return "video/webm";
     if (ext == ".json") return "application/json";
-    if (ext == ".html") return "text/html";
+    if (ext == ".html") return "text/html; charset=utf-8";
+    if (ext == ".css") return "text/css; charset=utf-8";
+    if (ext == ".js") return "text/javascript; charset=utf-8";
+    if (ext == ".svg") return "image/svg+xml";
+    if (ext == ".txt") return "text/plain; charset=utf-8";
     return "application/octet-stream";
 }
 
@@ -121,6 +137,21 @@ json recordToJson(const TrackingRecord& r) {
                 {"trackType", r.trackType}};
 }
 
+// Received bytes are not always UTF-8 (a percent-escaped query, a binary body); they are shown
+// with replacement characters instead of failing the answer.
+std::string dumpText(const json& value, int indent = -1) {
+    return value.dump(indent, ' ', false, json::error_handler_t::replace);
+}
+
+// One server-sent event; the data is a single line of JSON.
+std::string sseEvent(uint64_t id, const std::string& type, const json& data) {
+    return "id: " + std::to_string(id) + "\nevent: " + type + "\ndata: " + dumpText(data) + "\n\n";
+}
+
+json errorJson(const std::string& message) {
+    return json{{"error", message}};
+}
+
 json fetchToJson(const FetchRecord& r) {
     return json{{"timeMs", r.timeMs},
                 {"url", r.url},
@@ -129,14 +160,17 @@ json fetchToJson(const FetchRecord& r) {
                 {"contentType", r.contentType},
                 {"body", r.body},
                 {"slotId", r.slotId},
-                {"status", r.status}};
+                {"status", r.status},
+                {"answer", r.answer}};
 }
 
 }  // namespace
 
 struct Sandbox::Impl {
     Inventory inventory;
+    std::map<std::string, Simulation> inventorySimulations;  // as read, for a reset
     std::string creativesDir;
+    std::string webDir;
     std::string host;
     std::unique_ptr<httplib::Server> server;
     std::thread thread;
@@ -149,6 +183,43 @@ struct Sandbox::Impl {
     std::vector<TrackingRecord> tracking;
     std::vector<FetchRecord> fetches;
     std::function<void(const TrackingRecord&)> observer;
+    Inspector inspector;
+    // What the inspector pages are told, in order: (sequence number, event text).
+    std::deque<std::pair<uint64_t, std::string>> events;
+    uint64_t lastEvent = 0;
+    int streams = 0;
+
+    // Under `mutex`.
+    void publish(const std::string& type, const json& data) {
+        ++lastEvent;
+        events.emplace_back(lastEvent, sseEvent(lastEvent, type, data));
+        while (events.size() > kMaxEvents) events.pop_front();
+        changed.notify_all();
+    }
+
+    // Under `mutex`.
+    json slotsJson() const {
+        json out = json::object();
+        for (const auto& [id, slot] : inventory.slots) {
+            json entry = simulationToJson(slot.simulate);
+            entry["description"] = slot.description;
+            entry["ads"] = slot.ads.size();
+            auto original = inventorySimulations.find(id);
+            entry["changed"] =
+                original != inventorySimulations.end() &&
+                simulationToJson(original->second) != simulationToJson(slot.simulate);
+            out[id] = entry;
+        }
+        return out;
+    }
+
+    // Under `mutex`.
+    json snapshot() const {
+        json out = inspector.exportJson();
+        out["slots"] = slotsJson();
+        out["baseUrl"] = base();
+        return out;
+    }
 
     std::string base() const { return "http://" + host + ":" + std::to_string(port.load()); }
 
@@ -193,35 +264,174 @@ struct Sandbox::Impl {
             json out = {{"fetches", json::array()}};
             std::lock_guard lock(mutex);
             for (const auto& f : fetches) out["fetches"].push_back(fetchToJson(f));
-            res.set_content(out.dump(2), "application/json");
+            res.set_content(dumpText(out, 2), "application/json");
         });
         auto clear = [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
-            tracking.clear();
-            fetches.clear();
+            clearLocked();
             res.status = 204;
         };
         server->Delete("/sandbox/records", clear);
         server->Post("/sandbox/records/clear", clear);
         server->Get("/sandbox/slots", [this](const httplib::Request&, httplib::Response& res) {
-            json out = json::object();
-            for (const auto& [id, slot] : inventory.slots) {
-                out[id] = {{"description", slot.description},
-                           {"ads", slot.ads.size()},
-                           {"status", slot.simulate.status},
-                           {"delayMs", slot.simulate.delayMs},
-                           {"noAnswer", slot.simulate.noAnswer},
-                           {"body", bodyModeName(slot.simulate.body)}};
-            }
-            res.set_content(out.dump(2), "application/json");
+            std::lock_guard lock(mutex);
+            res.set_content(dumpText(slotsJson(), 2), "application/json");
         });
+        server->Put(R"(/sandbox/slots/([^/]+)/simulate)",
+                    [this](const httplib::Request& req, httplib::Response& res) {
+                        onSetSimulation(req, res);
+                    });
+        server->Delete(R"(/sandbox/slots/([^/]+)/simulate)",
+                       [this](const httplib::Request& req, httplib::Response& res) {
+                           onResetSimulation(req, res);
+                       });
+        server->Get("/sandbox/inspector/export",
+                    [this](const httplib::Request&, httplib::Response& res) {
+                        json out;
+                        {
+                            std::lock_guard lock(mutex);
+                            out = snapshot();
+                        }
+                        out["exportedAtMs"] = nowMs();
+                        res.set_header("Content-Disposition",
+                                       "attachment; filename=\"pelora-sandbox-record.json\"");
+                        res.set_content(dumpText(out, 2), "application/json");
+                    });
+        server->Get("/sandbox/inspector/events",
+                    [this](const httplib::Request&, httplib::Response& res) { onEvents(res); });
+        server->Get("/inspector", [](const httplib::Request&, httplib::Response& res) {
+            res.set_redirect(kInspectorPath);
+        });
+        server->Get(R"(/inspector/(.*))", [this](const httplib::Request& req,
+                                                 httplib::Response& res) { onPageFile(req, res); });
+    }
+
+    void onPageFile(const httplib::Request& req, httplib::Response& res) {
+        std::string name = req.matches.size() > 1 ? req.matches[1].str() : std::string();
+        if (name.empty()) name = "index.html";
+        if (!safeCreativeName(name)) {
+            res.status = 400;
+            return;
+        }
+        auto bytes = readWholeFile(webDir + "/" + name);
+        if (!bytes) {
+            res.status = 404;
+            res.set_content("not found", "text/plain");
+            return;
+        }
+        res.set_header("Cache-Control", "no-store");
+        res.set_content(*bytes, mimeTypeFor(name));
+    }
+
+    // The live feed of a page: a snapshot of everything so far, then each new event. The
+    // stream ends when the page goes away or the server stops.
+    void onEvents(httplib::Response& res) {
+        {
+            std::lock_guard lock(mutex);
+            if (streams >= kMaxInspectorStreams || stopping) {
+                res.status = 503;
+                res.set_content(dumpText(errorJson("too many inspector pages are open")),
+                                "application/json");
+                return;
+            }
+            ++streams;
+        }
+        res.set_header("Cache-Control", "no-store");
+        auto sent = std::make_shared<std::optional<uint64_t>>();
+        res.set_chunked_content_provider(
+            "text/event-stream",
+            [this, sent](size_t, httplib::DataSink& sink) {
+                std::string out;
+                {
+                    std::unique_lock lock(mutex);
+                    auto behind = [&] {
+                        return !events.empty() && **sent + 1 < events.front().first;
+                    };
+                    if (*sent && !behind()) {
+                        changed.wait_for(lock, kStreamIdle,
+                                         [&] { return stopping || lastEvent > **sent; });
+                    }
+                    if (stopping) {
+                        lock.unlock();
+                        sink.done();
+                        return true;
+                    }
+                    if (!*sent || behind()) {
+                        out = sseEvent(lastEvent, "snapshot", snapshot());
+                    } else {
+                        for (const auto& [id, text] : events)
+                            if (id > **sent) out += text;
+                    }
+                    *sent = lastEvent;
+                }
+                if (out.empty()) out = ": idle\n\n";
+                if (!sink.is_writable() || !sink.write(out.data(), out.size())) return false;
+                return true;
+            },
+            [this](bool) {
+                std::lock_guard lock(mutex);
+                --streams;
+            });
+    }
+
+    void onSetSimulation(const httplib::Request& req, httplib::Response& res) {
+        const std::string id = req.matches[1].str();
+        auto fail = [&](int status, const std::string& message) {
+            res.status = status;
+            res.set_content(dumpText(errorJson(message)), "application/json");
+        };
+        json body = json::parse(req.body, nullptr, /*allow_exceptions=*/false);
+        if (body.is_discarded() || !body.is_object())
+            return fail(400, "the body must be a JSON object such as {\"status\": 500}");
+        // Keys left out take their defaults: the body describes the whole simulation.
+        Simulation sim;
+        std::string error;
+        if (!parseSimulation(body, sim, "slot \"" + id + "\"", &error, /*strict=*/true))
+            return fail(400, error);
+        json answer;
+        {
+            std::lock_guard lock(mutex);
+            auto it = inventory.slots.find(id);
+            if (it == inventory.slots.end()) return fail(404, "no slot \"" + id + "\"");
+            it->second.simulate = sim;
+            publish("slots", slotsJson());
+            answer = slotsJson()[id];
+        }
+        res.set_content(dumpText(answer, 2), "application/json");
+    }
+
+    void onResetSimulation(const httplib::Request& req, httplib::Response& res) {
+        const std::string id = req.matches[1].str();
+        json answer;
+        {
+            std::lock_guard lock(mutex);
+            auto it = inventory.slots.find(id);
+            if (it == inventory.slots.end()) {
+                res.status = 404;
+                res.set_content(dumpText(errorJson("no slot \"" + id + "\"")), "application/json");
+                return;
+            }
+            it->second.simulate = inventorySimulations[id];
+            publish("slots", slotsJson());
+            answer = slotsJson()[id];
+        }
+        res.set_content(dumpText(answer, 2), "application/json");
+    }
+
+    // Under `mutex`.
+    void clearLocked() {
+        tracking.clear();
+        fetches.clear();
+        inspector.clear();
+        events.clear();
+        publish("reset", json::object());
     }
 
     std::string recordsJson() const {
         json out = {{"records", json::array()}};
         std::lock_guard lock(mutex);
         for (const auto& r : tracking) out["records"].push_back(recordToJson(r));
-        return out.dump(2);
+        return dumpText(out, 2);
     }
 
     std::string fullUrl(const httplib::Request& req) const {
@@ -248,7 +458,12 @@ struct Sandbox::Impl {
         const SlotEntry* slot = nullptr;
         if (auto it = inventory.slots.find(record.slotId); it != inventory.slots.end())
             slot = &it->second;
-        const Simulation& sim = slot ? slot->simulate : inventory.unknownSlot;
+        // The inspector's control panel may change a slot's simulation at any time.
+        Simulation sim;
+        {
+            std::lock_guard lock(mutex);
+            sim = slot ? slot->simulate : inventory.unknownSlot;
+        }
 
         if (sim.noAnswer) {
             // Recorded before holding, so a test can see the request arrived while its
@@ -283,7 +498,7 @@ struct Sandbox::Impl {
                 break;
             case BodyMode::NoData:
                 envelope = {{"code", sim.code}, {"msg", "no data (simulated)"}};
-                res.set_content(envelope.dump(), sim.contentType);
+                res.set_content(dumpText(envelope), sim.contentType);
                 break;
             case BodyMode::NoAds:
             case BodyMode::Ads: {
@@ -293,17 +508,20 @@ struct Sandbox::Impl {
                 envelope = {
                     {"code", sim.code},
                     {"data", {{"reqId", reqId}, {"provider", inventory.provider}, {"ads", ads}}}};
-                res.set_content(envelope.dump(), sim.contentType);
+                res.set_content(dumpText(envelope), sim.contentType);
                 break;
             }
         }
+        record.answer = res.body;
         appendFetch(record);
     }
 
     size_t appendFetch(const FetchRecord& record) {
         std::lock_guard lock(mutex);
         fetches.push_back(record);
-        changed.notify_all();
+        json entry = inspector.addFetch(record);
+        publish("fetch", entry);
+        for (const auto& id : Inspector::servingsOf(entry)) publish("ad", inspector.serving(id));
         return fetches.size() - 1;
     }
 
@@ -355,7 +573,10 @@ struct Sandbox::Impl {
             std::lock_guard lock(mutex);
             tracking.push_back(record);
             notify = observer;
-            changed.notify_all();
+            json entry = inspector.addBeacon(record);
+            publish("beacon", entry);
+            if (auto id = Inspector::servingOf(entry); !id.empty())
+                publish("ad", inspector.serving(id));
         }
         if (notify) notify(record);
         res.status = 204;
@@ -386,15 +607,19 @@ bool Sandbox::start(const SandboxOptions& options, std::string* error) {
     impl_->inventory = std::move(*inventory);
     impl_->creativesDir =
         options.creativesDir.empty() ? defaultCreativesDir() : options.creativesDir;
+    impl_->webDir = options.webDir.empty() ? defaultWebDir() : options.webDir;
+    impl_->inventorySimulations.clear();
+    for (const auto& [id, slot] : impl_->inventory.slots)
+        impl_->inventorySimulations[id] = slot.simulate;
     impl_->host = options.host;
     {
         std::lock_guard lock(impl_->mutex);
         impl_->stopping = false;
-        impl_->tracking.clear();
-        impl_->fetches.clear();
+        impl_->clearLocked();
     }
 
     impl_->server = std::make_unique<httplib::Server>();
+    impl_->server->new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
     // One request per connection: an idle keep-alive connection would otherwise pin a worker
     // and make stop() wait for the keep-alive time-out.
     impl_->server->set_keep_alive_max_count(1);
@@ -457,6 +682,10 @@ std::string Sandbox::fetchUrl() const {
     return baseUrl() + kFetchPath;
 }
 
+std::string Sandbox::inspectorUrl() const {
+    return baseUrl() + kInspectorPath;
+}
+
 std::vector<TrackingRecord> Sandbox::trackingRecords() const {
     std::lock_guard lock(impl_->mutex);
     return impl_->tracking;
@@ -469,8 +698,7 @@ std::vector<FetchRecord> Sandbox::fetchRecords() const {
 
 void Sandbox::clearRecords() {
     std::lock_guard lock(impl_->mutex);
-    impl_->tracking.clear();
-    impl_->fetches.clear();
+    impl_->clearLocked();
 }
 
 bool Sandbox::waitForTrackingRecords(size_t count, std::chrono::milliseconds timeout) const {
@@ -498,6 +726,10 @@ std::string Sandbox::defaultInventoryPath() {
 
 std::string Sandbox::defaultCreativesDir() {
     return sandboxDataDir() + "/creatives";
+}
+
+std::string Sandbox::defaultWebDir() {
+    return sandboxDataDir() + "/web";
 }
 
 }  // namespace pelora::sandbox

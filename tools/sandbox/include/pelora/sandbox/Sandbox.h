@@ -18,6 +18,8 @@ struct SandboxOptions {
     // Empty paths fall back to the shipped inventory and creatives (defaultInventoryPath()).
     std::string inventoryPath;
     std::string creativesDir;
+    // The inspector page's files; empty falls back to the shipped ones (defaultWebDir()).
+    std::string webDir;
 };
 
 // One request the sandbox received on a tracking path ("/track/<slot>/<adId>/<trackType>").
@@ -45,6 +47,7 @@ struct FetchRecord {
     std::string body;    // the request body exactly as received
     std::string slotId;  // from the body's "slot.slotId", empty when unreadable
     int status = 0;      // HTTP status answered (0 when no answer was given)
+    std::string answer;  // the answer's body as sent
 };
 
 // An in-process ad server for local development and tests. All methods are thread-safe.
@@ -63,8 +66,9 @@ class Sandbox {
     bool running() const;
 
     int port() const;
-    std::string baseUrl() const;   // "http://127.0.0.1:PORT"
-    std::string fetchUrl() const;  // baseUrl() + "/api/v1/advert/fetch"
+    std::string baseUrl() const;       // "http://127.0.0.1:PORT"
+    std::string fetchUrl() const;      // baseUrl() + "/api/v1/advert/fetch"
+    std::string inspectorUrl() const;  // baseUrl() + "/inspector/", the page for a browser
 
     std::vector<TrackingRecord> trackingRecords() const;
     std::vector<FetchRecord> fetchRecords() const;
@@ -82,6 +86,7 @@ class Sandbox {
     // ("<exe dir>/sandbox/..."), else in the source tree this was built from.
     static std::string defaultInventoryPath();
     static std::string defaultCreativesDir();
+    static std::string defaultWebDir();
 
   private:
     struct Impl;
