@@ -7,7 +7,7 @@ set -euo pipefail
 PACKAGES=(
   g++ cmake ninja-build pkg-config git ca-certificates python3
   libcurl4-openssl-dev libsimdjson-dev nlohmann-json3-dev
-  libcpp-httplib-dev libstb-dev
+  libcpp-httplib-dev libstb-dev zlib1g-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang-format ccache
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base

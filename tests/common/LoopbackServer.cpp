@@ -320,6 +320,9 @@ std::string TestTls::authorityFile() {
 std::string TestTls::certificateFile() {
     return std::string(PELORA_SOURCE_DIR) + "/tests/data/tls/server.pem";
 }
+std::string TestTls::expiredCertificateFile() {
+    return std::string(PELORA_SOURCE_DIR) + "/tests/data/tls/expired.pem";
+}
 std::string TestTls::keyFile() {
     return std::string(PELORA_SOURCE_DIR) + "/tests/data/tls/server-key.pem";
 }

@@ -106,11 +106,13 @@ class LoopbackServer {
     bool tls_ = false;
 };
 
-// The test TLS material in tests/data/tls (scripts/make_test_certs.sh): a test authority and
-// a server certificate it signed for 127.0.0.1 only.
+// The test TLS material in tests/data/tls (scripts/make_test_certs.sh): a test authority, a
+// server certificate it signed for 127.0.0.1 only, and one for the same address and key that
+// expired in 2020.
 struct TestTls {
     static std::string authorityFile();
     static std::string certificateFile();
+    static std::string expiredCertificateFile();
     static std::string keyFile();
 };
 

@@ -550,6 +550,24 @@ TEST_F(HttpsSessionTest, HostNameMustMatchTheCertificate) {
     EXPECT_EQ(server.requestCount(), 0u);
 }
 
+TEST(HttpsExpiredCertificateTest, AnExpiredCertificateIsRefusedEvenFromATrustedAuthority) {
+    LoopbackServer expired(
+        LoopbackServer::Options{2, pelora::testing::TestTls::expiredCertificateFile(),
+                                pelora::testing::TestTls::keyFile()});
+    expired.on("/secure", LoopbackResponse::text("stale"));
+    pelora::desktop::CurlHttpSessionFactory trusting(pelora::testing::TestTls::authorityFile());
+    auto session = trusting.createSession({});
+    HttpRequest r;
+    r.url = expired.url("/secure");
+    r.timeoutInterval = 10;
+    Outcome out;
+    session->dataTask(r, out.dataCompletion())->resume();
+    ASSERT_TRUE(out.wait());
+    EXPECT_EQ(out.errorCode(), URLError::kServerCertificateHasBadDate);
+    EXPECT_FALSE(out.data);
+    EXPECT_EQ(expired.requestCount(), 0u);
+}
+
 TEST(UrlErrorTableTest, CurlResultsMapToTheDocumentedCodes) {
     using pelora::desktop::urlErrorCodeForCurlCode;
     EXPECT_EQ(urlErrorCodeForCurlCode(28), URLError::kTimedOut);            // OPERATION_TIMEDOUT

@@ -115,6 +115,8 @@ std::string urlErrorDescription(int64_t code) {
             return "The resource exceeds the maximum size.";
         case URLError::kSecureConnectionFailed:
             return "A TLS error occurred and a secure connection to the server cannot be made.";
+        case URLError::kServerCertificateHasBadDate:
+            return "The certificate for this server has expired or is not yet valid.";
         case URLError::kServerCertificateUntrusted:
             return "The certificate for this server is invalid.";
         case URLError::kCannotCreateFile:
@@ -184,6 +186,14 @@ class CurlTask final : public platform::HttpTask, public std::enable_shared_from
     bool writeFailed = false;
     HttpResponse response;
 };
+
+// Whether the peer's certificate failed verification only for its dates (X.509 verification
+// results 9 "not yet valid" and 10 "expired", as OpenSSL numbers them).
+bool certificateOutOfDate(CURL* easy) {
+    long verify = 0;
+    if (curl_easy_getinfo(easy, CURLINFO_SSL_VERIFYRESULT, &verify) != CURLE_OK) return false;
+    return verify == 9 || verify == 10;
+}
 
 // Appends to a data task's body without ever reserving past the cap: the usual doubling
 // would leave a body just over half the cap holding twice its size. The announced length
@@ -473,6 +483,9 @@ class Core : public std::enable_shared_from_this<Core> {
                 task->response.statusCode = status;
                 task->response.url = effective ? effective : task->request_.url;
                 finishWithSuccess(task);
+            } else if (result == CURLE_PEER_FAILED_VERIFICATION &&
+                       certificateOutOfDate(task->easy)) {
+                finishWithError(task, URLError::kServerCertificateHasBadDate);
             } else {
                 finishWithError(task,
                                 urlErrorCodeForCurlCode(result, task->tooLarge, task->writeFailed));

@@ -42,6 +42,7 @@ inline constexpr int64_t kCannotDecodeContentData = -1016;
 inline constexpr int64_t kCannotParseResponse = -1017;
 inline constexpr int64_t kDataLengthExceedsMaximum = -1103;
 inline constexpr int64_t kSecureConnectionFailed = -1200;
+inline constexpr int64_t kServerCertificateHasBadDate = -1201;
 inline constexpr int64_t kServerCertificateUntrusted = -1202;
 inline constexpr int64_t kCannotCreateFile = -3000;
 inline constexpr int64_t kCannotWriteToFile = -3003;
