@@ -1,0 +1,145 @@
+// Every URL of the WHATWG URL test data (tests/data/wpt-url) through each place where the SDK
+// takes a URL from the network: a tracking URL, a landing page (outside the app and in the
+// in-app browser), a deep link, an image and a video download. Whatever the text, nothing
+// crashes, only http and https requests reach the HTTP backend, no file, data or javascript
+// URL is opened, the in-app browser shows web pages only, and downloads land in the caches.
+// Schemes are read the way a browser reads them (browserScheme), independently of the SDK's
+// own rules.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "TestPlatform.h"
+#include "UrlCorpus.h"
+#include "core/PeloraNetwork.h"
+#include "pelora/PeloraApiAd.h"
+#include "pelora/PeloraImageUrl.h"
+#include "pelora/ui/UI.h"
+#include "track/PeloraTrackEvent.h"
+
+using namespace pelora;
+using pelora::testing::FakeHttpSessionFactory;
+using pelora::testing::TestPlatform;
+namespace fs = std::filesystem;
+
+using pelora::testing::browserScheme;
+using pelora::testing::corpusUrls;
+
+namespace {
+
+bool isLocalScheme(const std::string& scheme) {
+    return scheme == "file" || scheme == "data" || scheme == "javascript";
+}
+
+class UrlCorpusTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        PeloraNetwork::resetSessionsForTesting();
+        // Whatever reaches the backend is recorded and answered, so downloads complete and
+        // their files are placed.
+        tp.fake->setResponder([this](const platform::HttpRequest& r) {
+            fetched.push_back(r.url);
+            return FakeHttpSessionFactory::Response::ok("corpus");
+        });
+        window->setRootViewController(root);
+    }
+    void TearDown() override { PeloraNetwork::resetSessionsForTesting(); }
+
+    std::shared_ptr<PeloraTrackEvent> trackerFor(const std::shared_ptr<PeloraApiAd>& ad) {
+        auto tracker = PeloraTrackEvent::init();
+        tracker->setAdRootVC(root);
+        tracker->bindAd(ad, root->view(), {});
+        return tracker;
+    }
+
+    TestPlatform tp{TestPlatform::NetworkKind::Fake};
+    std::shared_ptr<ui::Window> window =
+        std::make_shared<ui::Window>(platform::makeRect(0, 0, 320, 480));
+    std::shared_ptr<ui::ViewController> root = std::make_shared<ui::ViewController>();
+    std::vector<std::string> fetched;
+};
+
+TEST_F(UrlCorpusTest, TheCorpusIsThere) {
+    EXPECT_GT(corpusUrls().size(), 1000u);
+}
+
+TEST_F(UrlCorpusTest, OnlyWebUrlsReachTheNetworkFromTrackingImagesAndDownloads) {
+    const auto urls = corpusUrls();
+    auto ad = std::make_shared<PeloraApiAd>();
+    ad->adId = "corpus";
+    auto tracker = trackerFor(ad);
+    auto image = std::make_shared<ui::ImageView>(platform::makeRect(0, 0, 10, 10));
+    size_t handed = 0;
+    for (const auto& url : urls) {
+        auto track = std::make_shared<PeloraRespTrackObject>();
+        track->trackType = 1;
+        track->urls = std::vector<std::string>{url};
+        tracker->replaceUrlUploadTrack(track, *tracker->defalutReplace());
+        track->method = "POST";
+        track->content = "{}";
+        tracker->replaceUrlUploadTrack(track, *tracker->defalutReplace());
+        pl_setImageUrl(*image, url);
+        PeloraNetwork::downloadTaskWithUrl(url, {}, std::nullopt, nullptr);
+        handed += 4;
+        tp.settle();
+    }
+    const size_t sent = tp.fake->requests().size();
+    EXPECT_GE(sent, handed / 2) << "most of the corpus should at least be tried";
+    std::printf("corpus: %zu handed, %zu sent, %zu fetched\n", handed, sent, fetched.size());
+    ASSERT_FALSE(fetched.empty());
+    for (const auto& url : fetched) {
+        const std::string scheme = browserScheme(url);
+        EXPECT_TRUE(scheme == "http" || scheme == "https") << url;
+        for (unsigned char c : url) EXPECT_GT(c, 0x20) << url;
+    }
+    // Downloaded files stay inside the SDK's own directory, whatever the URL's last component.
+    const fs::path caches = fs::canonical(tp.cachesDirectory());
+    for (const auto& entry : fs::recursive_directory_iterator(tp.rootDirectory())) {
+        if (!entry.is_regular_file()) continue;
+        const fs::path file = fs::canonical(entry.path());
+        EXPECT_EQ(file.parent_path(), caches / "Pelora") << file;
+    }
+}
+
+TEST_F(UrlCorpusTest, LandingPagesAndDeepLinksNeverOpenLocalSchemes) {
+    for (const auto& url : corpusUrls()) {
+        for (int interaction : {1, 2}) {
+            for (bool deepLink : {false, true}) {
+                root->dismissViewControllerAnimated(false, nullptr);
+                auto ad = std::make_shared<PeloraApiAd>();
+                ad->adId = "corpus";
+                ad->interactionType = interaction;
+                ad->clickAdUrl = url;
+                if (deepLink) ad->deeplink = url;
+                auto tracker = trackerFor(ad);
+                tracker->triggerInteraction();
+                tp.settle();
+                if (auto page = std::dynamic_pointer_cast<ui::BrowserViewController>(
+                        root->presentedViewController())) {
+                    const std::string scheme = browserScheme(page->url());
+                    EXPECT_TRUE(scheme == "http" || scheme == "https") << page->url();
+                }
+            }
+        }
+    }
+    size_t opened = 0, refused = 0;
+    for (const auto& request : tp.opener->requests()) {
+        if (request.refused) {
+            ++refused;
+            continue;
+        }
+        ++opened;
+        EXPECT_FALSE(isLocalScheme(browserScheme(request.url))) << request.url;
+    }
+    std::printf("corpus: %zu opened, %zu refused\n", opened, refused);
+    EXPECT_GT(opened, 0u);
+    EXPECT_GT(refused, 0u);
+}
+
+}  // namespace
