@@ -19,6 +19,7 @@
 #include "pelora/PeloraSplashAdView.h"
 #include "pelora/desktop/DesktopPlatform.h"
 #include "pelora/platform/Services.h"
+#include "pelora/testing/CountingHttpSession.h"
 
 namespace {
 
@@ -158,61 +159,6 @@ class RewardPrinter : public PeloraRewardVideoAdManagerDelegate {
     Outcome& outcome_;
 };
 
-// Counts the requests the SDK has in flight, so that the command lets the reports a load starts
-// (a splash ad's impression) reach the server before the process ends and cancels them.
-class CountingSessionFactory final : public pelora::platform::HttpSessionFactory {
-  public:
-    explicit CountingSessionFactory(std::shared_ptr<pelora::platform::HttpSessionFactory> inner)
-        : inner_(std::move(inner)) {}
-    std::shared_ptr<pelora::platform::HttpSession> createSession(
-        const pelora::platform::HttpSessionConfiguration& config) override {
-        return std::make_shared<Session>(inner_->createSession(config), inFlight_);
-    }
-    int inFlight() const { return inFlight_->load(); }
-
-  private:
-    class Session final : public pelora::platform::HttpSession {
-      public:
-        Session(std::shared_ptr<pelora::platform::HttpSession> inner,
-                std::shared_ptr<std::atomic<int>> count)
-            : inner_(std::move(inner)), count_(std::move(count)) {}
-        std::shared_ptr<pelora::platform::HttpTask> dataTask(
-            pelora::platform::HttpRequest request,
-            pelora::platform::DataTaskCompletion completion) override {
-            ++*count_;
-            // Counted out before the completion runs: the completion wakes the main loop,
-            // which then sees the request finished.
-            return inner_->dataTask(
-                std::move(request), [count = count_, completion = std::move(completion)](
-                                        auto data, auto response, auto error) {
-                    --*count;
-                    if (completion)
-                        completion(std::move(data), std::move(response), std::move(error));
-                });
-        }
-        std::shared_ptr<pelora::platform::HttpTask> downloadTask(
-            pelora::platform::HttpRequest request,
-            pelora::platform::DownloadTaskCompletion completion) override {
-            ++*count_;
-            return inner_->downloadTask(
-                std::move(request), [count = count_, completion = std::move(completion)](
-                                        auto location, auto response, auto error) {
-                    --*count;
-                    if (completion)
-                        completion(std::move(location), std::move(response), std::move(error));
-                });
-        }
-        void invalidateAndCancel() override { inner_->invalidateAndCancel(); }
-
-      private:
-        std::shared_ptr<pelora::platform::HttpSession> inner_;
-        std::shared_ptr<std::atomic<int>> count_;
-    };
-
-    std::shared_ptr<pelora::platform::HttpSessionFactory> inner_;
-    std::shared_ptr<std::atomic<int>> inFlight_ = std::make_shared<std::atomic<int>>(0);
-};
-
 struct LoadOptions {
     std::string kind, slot, baseUrl, caFile;
     double timeout = 3;
@@ -305,7 +251,7 @@ int runLoad(const std::vector<std::string>& args) {
     pelora::desktop::DesktopOptions options;
     options.caBundlePath = o.caFile;
     auto services = pelora::desktop::makeDesktopServices(options);
-    auto requests = std::make_shared<CountingSessionFactory>(services.http);
+    auto requests = std::make_shared<pelora::testing::CountingHttpSessionFactory>(services.http);
     services.http = requests;
     pelora::platform::installServices(services);
     PeloraConstConfig::setBaseUrlOverride(o.baseUrl);

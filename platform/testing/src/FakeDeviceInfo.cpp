@@ -53,4 +53,9 @@ std::vector<std::string> FakeDeviceInfo::issuedUUIDs() const {
     return issued_;
 }
 
+void FakeDeviceInfo::forgetIssuedUUIDs() {
+    std::lock_guard lock(mutex_);
+    issued_ = {};
+}
+
 }  // namespace pelora::testing

@@ -55,6 +55,8 @@ class PELORA_EXPORT FakeDeviceInfo final : public platform::DeviceInfo {
 
     // UUIDs handed out so far by makeUUID(), oldest first.
     std::vector<std::string> issuedUUIDs() const;
+    // Forgets them (a long-running test keeps the record from growing with every request).
+    void forgetIssuedUUIDs();
 
   private:
     mutable std::mutex mutex_;
