@@ -7,13 +7,17 @@
 // that lists its mapped properties, e.g.
 //     return plyy_makeSchema<PeloraRespVideoObject>({PLYY_PROPERTY(PeloraRespVideoObject,
 //     videoUrl), ...});
-// The kind of each property (number width, text, list of text, nested record, list or
-// dictionary of records, date, raw dictionary) follows from the member's C++ type. Optional
-// hooks are ordinary members of the record, found at compile time when the schema is made:
+// The kind of each property (number width, number object, text, list of text, nested record,
+// list or dictionary of records, date, raw dictionary) follows from the member's C++ type; a
+// number object is a std::optional<PeloraYYNumber>, kept as the integer or floating-point
+// number it came as. Optional hooks are ordinary members of the record, found at compile time
+// when the schema is made:
 //   static M modelCustomPropertyMapper();           M: map name -> text | list of texts | variant
 //   static std::map<std::string, std::type_index> modelContainerPropertyGenericClass();
 //   static std::set<std::string> modelPropertyBlacklist();
 //   static std::set<std::string> modelPropertyWhitelist();
+//   static PeloraYYModelClass<T> modelCustomClassForDictionary(const nlohmann::json& dic);
+//                                                    T or a derived record to build instead
 //   nlohmann::json modelCustomWillTransformFromDictionary(const nlohmann::json& dic);
 //   bool modelCustomTransformFromDictionary(const nlohmann::json& dic);
 //   bool modelCustomTransformToDictionary(nlohmann::json& dic) const;

@@ -36,6 +36,43 @@ template <class V>
 bool setWithObject(const _PeloraYYModelMeta& meta, void* model, V dict, int depth, MapContext& ctx,
                    bool transformed = false);
 
+// The dictionary as the hooks take it: the dictionary route's own value, or the parsed
+// bytes made into one (only records with such a hook pay for that).
+const nlohmann::json& hookInput(JsonView dict, nlohmann::json&) {
+    return *dict.j;
+}
+const nlohmann::json& hookInput(SimdView dict, nlohmann::json& holder) {
+    holder = dict.toJson();
+    return holder;
+}
+
+// A record made for a dictionary, before it is filled: of the requested type, or of the type
+// the requested type's modelCustomClassForDictionary picks for this dictionary.
+struct NewRecord {
+    std::shared_ptr<void> record;    // seen as the requested type
+    const _PeloraYYModelMeta* meta;  // the description of the type built
+    void* target;                    // the record as that type, for its accessors
+};
+
+template <class V>
+NewRecord newRecordFor(const _PeloraYYModelMeta& meta, V dict) {
+    if (meta.schema.customClassForDictionary) {
+        nlohmann::json holder;
+        const _PeloraYYClassChoice choice =
+            meta.schema.customClassForDictionary(hookInput(dict, holder));
+        if (choice.meta) {
+            const _PeloraYYModelMeta& built = choice.meta();
+            std::shared_ptr<void> made = built.schema.newInstance();
+            void* target = made.get();
+            // Shares ownership of the whole record, pointing at its requested-type part.
+            return {std::shared_ptr<void>(made, choice.toRequested(target)), &built, target};
+        }
+    }
+    std::shared_ptr<void> made = meta.schema.newInstance();
+    void* target = made.get();
+    return {std::move(made), &meta, target};
+}
+
 template <class V>
 std::shared_ptr<void> newModelFrom(const _PeloraYYModelMeta& meta, V dict, int depth,
                                    MapContext& ctx) {
@@ -43,10 +80,10 @@ std::shared_ptr<void> newModelFrom(const _PeloraYYModelMeta& meta, V dict, int d
         ctx.refuseDepth();
         return nullptr;
     }
-    std::shared_ptr<void> one = meta.schema.newInstance();
+    NewRecord one = newRecordFor(meta, dict);
     // A nested record is kept even when its own hooks refuse the input, as a fresh record.
-    setWithObject(meta, one.get(), dict, depth + 1, ctx);
-    return one;
+    setWithObject(*one.meta, one.target, dict, depth + 1, ctx);
+    return std::move(one.record);
 }
 
 template <class V>
@@ -62,8 +99,15 @@ PeloraYYNumber numberOf(V value) {
             n.i = value.int64();
             break;
         case VKind::UInt:
-            n.kind = PeloraYYNumber::UInt;
+            // The dictionary route holds every non-negative integer as unsigned, the parsed
+            // bytes only those past the signed range: both give a number object the same kind.
             n.u = value.uint64();
+            if (n.u <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
+                n.kind = PeloraYYNumber::Int;
+                n.i = static_cast<int64_t>(n.u);
+            } else {
+                n.kind = PeloraYYNumber::UInt;
+            }
             break;
         case VKind::Real:
             n.kind = PeloraYYNumber::Real;
@@ -96,6 +140,11 @@ void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int 
         case PeloraYYEncodingType::UInt64:
         case PeloraYYEncodingType::Float:
         case PeloraYYEncodingType::Double:
+            a.setNumber(model, numberOf(value));
+            return;
+        case PeloraYYEncodingType::NumberObject:
+            // Where a fixed width would get 0 (null, a null word, a list, a dictionary), a
+            // number object gets nothing.
             a.setNumber(model, numberOf(value));
             return;
         case PeloraYYEncodingType::String:
@@ -390,13 +439,13 @@ std::shared_ptr<void> _plyy_modelWithBytes(const _PeloraYYModelMeta& meta, std::
         if (whyNot) *whyNot = "the JSON text is not an object";
         return nullptr;
     }
-    std::shared_ptr<void> one = meta.schema.newInstance();
+    NewRecord one = newRecordFor(meta, view);
     MapContext ctx{whyNot};
-    if (!setWithObject(meta, one.get(), view, 0, ctx)) {
-        if (whyNot && !ctx.tooDeep) *whyNot = "the object does not map onto " + meta.className;
+    if (!setWithObject(*one.meta, one.target, view, 0, ctx)) {
+        if (whyNot && !ctx.tooDeep) *whyNot = "the object does not map onto " + one.meta->className;
         return nullptr;
     }
-    return one;
+    return std::move(one.record);
 }
 
 std::shared_ptr<void> _plyy_modelWithDictionary(const _PeloraYYModelMeta& meta,
@@ -405,9 +454,9 @@ std::shared_ptr<void> _plyy_modelWithDictionary(const _PeloraYYModelMeta& meta,
         if (whyNot) *whyNot = "input is not a JSON object";
         return nullptr;
     }
-    std::shared_ptr<void> one = meta.schema.newInstance();
-    if (!_plyy_modelSetWithDictionary(meta, one.get(), dict, whyNot)) return nullptr;
-    return one;
+    NewRecord one = newRecordFor(meta, JsonView{&dict});
+    if (!_plyy_modelSetWithDictionary(*one.meta, one.target, dict, whyNot)) return nullptr;
+    return std::move(one.record);
 }
 
 bool _plyy_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::string_view bytes,
@@ -441,9 +490,10 @@ std::vector<std::shared_ptr<void>> arrayOf(const _PeloraYYModelMeta& meta, V arr
     if (array.kind() != VKind::Array) return out;
     array.eachElement([&](V one) {
         if (one.kind() != VKind::Object) return;
-        std::shared_ptr<void> made = meta.schema.newInstance();
+        NewRecord made = newRecordFor(meta, one);
         MapContext ctx;
-        if (setWithObject(meta, made.get(), one, 1, ctx)) out.push_back(std::move(made));
+        if (setWithObject(*made.meta, made.target, one, 1, ctx))
+            out.push_back(std::move(made.record));
     });
     return out;
 }
@@ -454,10 +504,10 @@ std::map<std::string, std::shared_ptr<void>> dictionaryOf(const _PeloraYYModelMe
     if (dict.kind() != VKind::Object) return out;
     dict.eachEntry([&](std::string_view key, V one) {
         if (one.kind() != VKind::Object) return;
-        std::shared_ptr<void> made = meta.schema.newInstance();
+        NewRecord made = newRecordFor(meta, one);
         MapContext ctx;
-        if (setWithObject(meta, made.get(), one, 1, ctx))
-            out.insert_or_assign(std::string(key), std::move(made));
+        if (setWithObject(*made.meta, made.target, one, 1, ctx))
+            out.insert_or_assign(std::string(key), std::move(made.record));
     });
     return out;
 }

@@ -4,6 +4,7 @@
 // and the compile-time discovery of a record's optional hooks.
 
 #include <chrono>
+#include <concepts>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -64,6 +65,8 @@ constexpr PeloraYYEncodingType encodingOf() {
         return PeloraYYEncodingType::Float;
     } else if constexpr (std::is_same_v<V, double>) {
         return PeloraYYEncodingType::Double;
+    } else if constexpr (std::is_same_v<V, std::optional<PeloraYYNumber>>) {
+        return PeloraYYEncodingType::NumberObject;
     } else if constexpr (std::is_same_v<V, std::optional<std::string>>) {
         return PeloraYYEncodingType::String;
     } else if constexpr (std::is_same_v<V, std::optional<PeloraYYDate>>) {
@@ -129,6 +132,16 @@ _PeloraYYPropertyAccess accessFor() {
     if constexpr (kind <= PeloraYYEncodingType::Double) {
         a.setNumber = [](void* o, const PeloraYYNumber& n) { Field::set(o, narrow<V>(n)); };
         a.getNumber = [](const void* o) { return widen<V>(Field::get(o)); };
+    } else if constexpr (kind == PeloraYYEncodingType::NumberObject) {
+        // Kind None crosses as "nothing" both ways, so a number object is never set to a
+        // number that is not one.
+        a.setNumber = [](void* o, const PeloraYYNumber& n) {
+            Field::set(o, n.kind == PeloraYYNumber::None ? V() : V(n));
+        };
+        a.getNumber = [](const void* o) {
+            const V& v = Field::get(o);
+            return v ? *v : PeloraYYNumber{};
+        };
     } else if constexpr (kind == PeloraYYEncodingType::String) {
         a.setText = [](void* o, std::optional<std::string>&& v) { Field::set(o, std::move(v)); };
         a.getText = [](const void* o) -> const std::optional<std::string>& {
@@ -223,6 +236,32 @@ std::map<std::string, PeloraYYKeyMapping> normalizeMapper(const M& m) {
 
 }  // namespace plyy_detail
 
+// The record type to build in place of T for one dictionary: T or a type derived from it,
+// which has a schema of its own. What a record's modelCustomClassForDictionary answers; a
+// default-made one (nothing) builds T.
+template <class T>
+class PeloraYYModelClass {
+  public:
+    PeloraYYModelClass() = default;
+
+    template <class D>
+    requires std::derived_from<D, T>
+    static PeloraYYModelClass of() {
+        PeloraYYModelClass c;
+        c.choice_.meta = &_PeloraYYModelMeta::metaWithClass<D>;
+        c.choice_.toRequested = [](void* d) -> void* {
+            return static_cast<T*>(static_cast<D*>(d));
+        };
+        return c;
+    }
+
+    explicit operator bool() const { return choice_.meta != nullptr; }
+    const _PeloraYYClassChoice& choice() const { return choice_; }
+
+  private:
+    _PeloraYYClassChoice choice_;
+};
+
 // Schema entry for a public data member: PLYY_PROPERTY(PeloraApiAd, adId).
 #define PLYY_PROPERTY(T, member) \
     plyy_detail::declare<plyy_detail::MemberField<T, &T::member>>(#member)
@@ -271,6 +310,17 @@ _PeloraYYModelSchema plyy_makeSchema(std::vector<_PeloraYYPropertyDecl> properti
     }
     if constexpr (requires { T::modelPropertyWhitelist(); }) {
         s.whitelist = T::modelPropertyWhitelist();
+    }
+    // Only a hook answering for T itself counts: one inherited from a base answers with the
+    // base's types, which need not derive from T.
+    if constexpr (requires(const nlohmann::json& j) {
+                      {
+                          T::modelCustomClassForDictionary(j)
+                          } -> std::convertible_to<PeloraYYModelClass<T>>;
+                  }) {
+        s.customClassForDictionary = [](const nlohmann::json& dic) {
+            return PeloraYYModelClass<T>(T::modelCustomClassForDictionary(dic)).choice();
+        };
     }
     if constexpr (requires(T & t, const nlohmann::json& j) {
                       {

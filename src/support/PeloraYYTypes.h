@@ -34,6 +34,7 @@ enum class PeloraYYEncodingType : uint8_t {
     UInt64,
     Float,
     Double,
+    NumberObject,  // an integer or a floating-point number kept as it came, or nothing
     String,
     Date,
     StringList,
@@ -57,6 +58,7 @@ using PeloraYYKeyMapping = std::variant<std::string, std::vector<std::string>>;
 
 // Type-erased access to one property. Only the members of the property's kind are set.
 struct _PeloraYYPropertyAccess {
+    // Numbers of a fixed width, and number objects (for which kind None means nothing).
     void (*setNumber)(void*, const PeloraYYNumber&) = nullptr;
     PeloraYYNumber (*getNumber)(const void*) = nullptr;
     void (*setText)(void*, std::optional<std::string>&&) = nullptr;
@@ -88,6 +90,14 @@ struct _PeloraYYPropertyDecl {
     _PeloraYYPropertyAccess access;
 };
 
+// The record type modelCustomClassForDictionary picks for one dictionary: its description,
+// and how a pointer to it becomes a pointer to the requested type's part of the same record.
+// Without a description the requested type is built.
+struct _PeloraYYClassChoice {
+    const _PeloraYYModelMeta& (*meta)() = nullptr;
+    void* (*toRequested)(void*) = nullptr;
+};
+
 struct _PeloraYYModelSchema {
     std::type_index cls = typeid(void);
     std::string className;
@@ -99,6 +109,7 @@ struct _PeloraYYModelSchema {
     std::optional<std::set<std::string>> whitelist;
     // Absent unless the record has the hook. willTransform: false when the hook's answer is
     // not a dictionary.
+    _PeloraYYClassChoice (*customClassForDictionary)(const nlohmann::json& dic) = nullptr;
     bool (*willTransform)(void* model, const nlohmann::json& in, nlohmann::json& out) = nullptr;
     bool (*transformFromDictionary)(void* model, const nlohmann::json& dic) = nullptr;
     bool (*transformToDictionary)(const void* model, nlohmann::json& dic) = nullptr;

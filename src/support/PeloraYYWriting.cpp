@@ -41,6 +41,10 @@ nlohmann::json toObject(const _PeloraYYModelMeta& meta, const void* model, int d
 nlohmann::json propertyJson(const _PeloraYYModelPropertyMeta& p, const void* model, int depth) {
     const auto& a = p.access;
     switch (p.type) {
+        case PeloraYYEncodingType::NumberObject: {
+            const PeloraYYNumber n = a.getNumber(model);
+            return n.kind == PeloraYYNumber::None ? nlohmann::json() : numberJson(p.type, n);
+        }
         case PeloraYYEncodingType::String: {
             const auto& v = a.getText(model);
             return v ? nlohmann::json(*v) : nlohmann::json();
@@ -249,6 +253,12 @@ bool writeValue(const _PeloraYYModelPropertyMeta& p, const void* model, int dept
                 std::string& out) {
     const auto& a = p.access;
     switch (p.type) {
+        case PeloraYYEncodingType::NumberObject: {
+            const PeloraYYNumber n = a.getNumber(model);
+            if (n.kind == PeloraYYNumber::None) return false;
+            appendNumber(out, p.type, n);
+            return true;
+        }
         case PeloraYYEncodingType::String: {
             const auto& v = a.getText(model);
             if (!v) return false;
