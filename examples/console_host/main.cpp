@@ -169,6 +169,14 @@ int main(int argc, char** argv) {
 
     PeloraSDKManager::setAppID("console-host-example");
     // [doc:end]
+    // [doc:limits]
+    // What one ad load may cost: bodies past these limits fail with -1103 as they arrive.
+    PeloraConstConfig::Limits limits = PeloraConstConfig::limits();
+    limits.answerBytes = 512 * 1024;          // an ad answer or a tracking reply (1 MiB)
+    limits.imageBytes = 8 * 1024 * 1024;      // one image (16 MiB)
+    limits.videoBytes = 64ull * 1024 * 1024;  // one video file, on disk (256 MiB)
+    PeloraConstConfig::setLimits(limits);
+    // [doc:end]
     PeloraConstConfig::setBaseUrlOverride(sandbox.url);
     auto& loop = *services.mainRunLoop;
     auto waitFor = [&](const std::function<bool()>& done, double seconds) {

@@ -40,14 +40,15 @@
 #define PELORA_SOAK_ASAN 1
 #endif
 #ifdef PELORA_SOAK_ASAN
-#include <sanitizer/allocator_interface.h>
+// From the sanitizer runtime's allocator interface (its header does not ship with every
+// compiler).
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 using namespace pelora;
 namespace fs = std::filesystem;
 
 namespace {
-
 
 // Bytes of heap in use: the allocator's own count (the sanitizer's when it owns the heap, so
 // its quarantine of freed blocks does not count).
@@ -132,7 +133,7 @@ class SoakTest : public ::testing::Test {
     void SetUp() override {
         PeloraNetwork::resetSessionsForTesting();
         tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
-        counting = std::make_shared<pelora::testing::CountingHttpSessionFactory>(tp.http);
+        counting = std::make_shared<pelora::testing::CountingHttpSessionFactory>(tp.http, tp.loop);
         tp.http = counting;
         tp.install();
         pelora::sandbox::SandboxOptions options;

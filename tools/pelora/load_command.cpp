@@ -251,7 +251,8 @@ int runLoad(const std::vector<std::string>& args) {
     pelora::desktop::DesktopOptions options;
     options.caBundlePath = o.caFile;
     auto services = pelora::desktop::makeDesktopServices(options);
-    auto requests = std::make_shared<pelora::testing::CountingHttpSessionFactory>(services.http);
+    auto requests = std::make_shared<pelora::testing::CountingHttpSessionFactory>(
+        services.http, services.mainRunLoop);
     services.http = requests;
     pelora::platform::installServices(services);
     PeloraConstConfig::setBaseUrlOverride(o.baseUrl);
