@@ -16,12 +16,14 @@ namespace {
 // than 256 codes is written past its fixed arrays, in the header pass as well as in decoding.
 // A JPEG is therefore walked segment by segment first, as the reader will walk it (fill bytes,
 // stuffed and restart markers skipped; the tables of a DHT segment read one after another), and
-// refused when any table declares more than 256 codes. Bytes that are not a JPEG pass.
+// refused when any table declares more than 256 codes. Bytes that cannot be a JPEG (the
+// reader wants 0xFF first) pass.
 bool jpegHuffmanTablesFit(std::string_view bytes) {
     const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
     const size_t n = bytes.size();
-    if (n < 2 || p[0] != 0xFF || p[1] != 0xD8) return true;
-    size_t i = 2;
+    // The reader takes any run of fill bytes before the start marker too.
+    if (n < 2 || p[0] != 0xFF) return true;
+    size_t i = 0;
     while (i < n) {
         if (p[i] != 0xFF) {  // entropy-coded data, or junk the reader skips byte by byte
             ++i;
