@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -70,8 +71,9 @@ Backend& backend() {
         made->loop = std::make_shared<pelora::testing::ManualRunLoop>(clock);
         // The fake session writes each download to a real temporary file and removes it once
         // the completion returned; it gets a directory of its own.
-        char dir[] = "/tmp/pelora-fuzz-XXXXXX";
+        static char dir[] = "/tmp/pelora-fuzz-XXXXXX";
         const char* tmp = mkdtemp(dir);
+        if (tmp) std::atexit([] { std::filesystem::remove_all(dir); });
         made->http = std::make_shared<pelora::testing::FakeHttpSessionFactory>(
             made->loop, tmp ? std::string(tmp) : std::string());
         made->http->setDefaultResponse(
