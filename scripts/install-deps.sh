@@ -10,6 +10,7 @@ PACKAGES=(
   libcpp-httplib-dev libstb-dev zlib1g-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang-format ccache
+  clang libclang-rt-14-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
   gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
   gstreamer1.0-tools

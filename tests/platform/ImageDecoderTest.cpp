@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stb/stb_image_write.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -178,6 +179,32 @@ TEST(ImageDecoderTest, GarbageYieldsNothingAndBrokenBodiesNoPixels) {
     if (image) {
         EXPECT_EQ(image->pixelWidth, 24);
     }
+}
+
+// The system's JPEG reader writes a Huffman table of more than 256 codes past its arrays; such
+// a file (a few hundred bytes from any server) is refused before the reader sees it, whether
+// the table comes before or after the frame header.
+TEST(ImageDecoderTest, RefusesJpegHuffmanTablesOfMoreThan256Codes) {
+    StbImageDecoder decoder;
+    const std::string jpeg = encodeJpeg(16, 16, solid(16, 16, 9, 8, 7));
+    ASSERT_TRUE(decoder.decode(jpeg));
+    const size_t table = jpeg.find("\xFF\xC4");
+    ASSERT_NE(table, std::string::npos);
+
+    std::string oversized = jpeg;
+    for (size_t k = 0; k < 16; ++k) oversized[table + 5 + k] = static_cast<char>(0xFF);
+    EXPECT_FALSE(decoder.decode(oversized));
+
+    // The same table moved in front of the frame header, where the header pass reads it.
+    const size_t frame = oversized.find("\xFF\xC0");
+    ASSERT_NE(frame, std::string::npos);
+    const size_t length = (static_cast<unsigned char>(oversized[table + 2]) << 8) |
+                          static_cast<unsigned char>(oversized[table + 3]);
+    std::string early = oversized;
+    const std::string segment = early.substr(table, 2 + length);
+    early.erase(table, 2 + length);
+    early.insert(std::min(frame, table), segment);
+    EXPECT_FALSE(decoder.decode(early));
 }
 
 TEST(ImageDecoderTest, DecodesOnSeveralThreadsAtOnce) {

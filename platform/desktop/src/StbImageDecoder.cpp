@@ -10,10 +10,57 @@
 
 namespace pelora::desktop {
 
+namespace {
+
+// The system's stb_image (2.27) trusts a JPEG's Huffman table header: a table declaring more
+// than 256 codes is written past its fixed arrays, in the header pass as well as in decoding.
+// A JPEG is therefore walked segment by segment first, as the reader will walk it (fill bytes,
+// stuffed and restart markers skipped; the tables of a DHT segment read one after another), and
+// refused when any table declares more than 256 codes. Bytes that cannot be a JPEG (the
+// reader wants 0xFF first) pass.
+bool jpegHuffmanTablesFit(std::string_view bytes) {
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    const size_t n = bytes.size();
+    // The reader takes any run of fill bytes before the start marker too.
+    if (n < 2 || p[0] != 0xFF) return true;
+    size_t i = 0;
+    while (i < n) {
+        if (p[i] != 0xFF) {  // entropy-coded data, or junk the reader skips byte by byte
+            ++i;
+            continue;
+        }
+        while (i < n && p[i] == 0xFF) ++i;
+        if (i >= n) break;
+        const unsigned char marker = p[i++];
+        if (marker == 0x00 || marker == 0x01 || marker == 0xD8 ||
+            (marker >= 0xD0 && marker <= 0xD7))
+            continue;  // no length follows
+        if (marker == 0xD9 || i + 2 > n) break;
+        const size_t length = (static_cast<size_t>(p[i]) << 8) | p[i + 1];
+        if (marker == 0xC4) {
+            // Past the end the reader sees zeros, which add no codes.
+            long left = static_cast<long>(length) - 2;
+            size_t table = i + 2;
+            while (left > 0 && table < n) {
+                size_t codes = 0;
+                for (size_t k = 1; k <= 16 && table + k < n; ++k) codes += p[table + k];
+                if (codes > 256) return false;
+                table += 17 + codes;
+                left -= static_cast<long>(17 + codes);
+            }
+        }
+        i += length;
+    }
+    return true;
+}
+
+}  // namespace
+
 StbImageDecoder::StbImageDecoder(int64_t maxPixels) : maxPixels_(maxPixels > 0 ? maxPixels : 1) {}
 
 std::shared_ptr<platform::Image> StbImageDecoder::decode(std::string_view bytes, double scale) {
     if (bytes.empty() || bytes.size() > static_cast<size_t>(INT_MAX)) return nullptr;
+    if (!jpegHuffmanTablesFit(bytes)) return nullptr;
     const auto* data = reinterpret_cast<const stbi_uc*>(bytes.data());
     const int length = static_cast<int>(bytes.size());
 

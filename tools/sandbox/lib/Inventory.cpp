@@ -40,7 +40,9 @@ bool parseSimulation(const json& j, Simulation& sim, const std::string& where, s
     if (strict) {
         static const char* kKeys[] = {"status", "delayMs", "holdMs",  "noAnswer",
                                       "body",   "code",    "rawBody", "contentType"};
-        for (const auto& [key, value] : j.items()) {
+        // Not a structured binding: clang before 16 cannot capture one in the lambda.
+        for (const auto& item : j.items()) {
+            const std::string& key = item.key();
             if (std::find_if(std::begin(kKeys), std::end(kKeys),
                              [&](const char* k) { return key == k; }) == std::end(kKeys))
                 return fail("unknown key \"" + key + "\"");
