@@ -9,7 +9,7 @@
 #   PELORA_FUZZ_SECONDS=600 scripts/fuzz.sh macro_replace
 #
 # New inputs that reach new code are kept in build-fuzz/corpus/<target>/ and reused by the next
-# run. Third-party corpora in $PELORA_SHARED_CORPORA (default /work/shared/corpora) are used as
+# run. Third-party corpora in $PELORA_SHARED_CORPORA (default: the copies in tests/data) are used as
 # extra seeds when present.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -20,7 +20,7 @@ export CCACHE_NOHASHDIR="${CCACHE_NOHASHDIR:-1}"
 BUILD_DIR=${BUILD_DIR:-build-fuzz}
 SECONDS_EACH=${PELORA_FUZZ_SECONDS:-25}
 JOBS=${PELORA_FUZZ_JOBS:-2}
-SHARED=${PELORA_SHARED_CORPORA:-/work/shared/corpora}
+SHARED=${PELORA_SHARED_CORPORA:-$PWD/tests/data}
 started=$(date +%s)
 
 cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
