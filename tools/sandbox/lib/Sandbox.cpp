@@ -371,6 +371,7 @@ struct Sandbox::Impl {
             [this](bool) {
                 std::lock_guard lock(mutex);
                 --streams;
+                changed.notify_all();  // stop() waits for the feeds to end cleanly
             });
     }
 
@@ -654,11 +655,15 @@ bool Sandbox::start(const SandboxOptions& options, std::string* error) {
 
 void Sandbox::stop() {
     {
-        std::lock_guard lock(impl_->mutex);
+        std::unique_lock lock(impl_->mutex);
         if (!impl_->running && !impl_->thread.joinable()) return;
         impl_->stopping = true;
         impl_->running = false;
-        impl_->changed.notify_all();  // releases held and delayed answers
+        impl_->changed.notify_all();  // releases held and delayed answers, ends the feeds
+        // The inspector pages' feeds end with their last chunk before the sockets close, so a
+        // page sees the end of its stream rather than a broken connection (bounded: a page
+        // that stopped reading does not hold the server).
+        impl_->changed.wait_for(lock, std::chrono::seconds(2), [&] { return impl_->streams == 0; });
     }
     if (impl_->server) impl_->server->stop();
     if (impl_->thread.joinable()) impl_->thread.join();
