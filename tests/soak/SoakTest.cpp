@@ -79,13 +79,17 @@ struct Terminal {
     bool offLoop = false;
 };
 
-struct SplashHost : PeloraSplashAdViewDelegate {
+// What each kind's delegate does with its terminal callbacks.
+struct Ending {
     Terminal* t = nullptr;
     std::shared_ptr<platform::RunLoop> loop;
     void end() {
         ++t->count;
         t->offLoop = t->offLoop || !loop->isLoopThread();
     }
+};
+
+struct SplashHost : PeloraSplashAdViewDelegate, Ending {
     void splashAdDidLoad(std::shared_ptr<PeloraSplashAdView>) override { end(); }
     void splashAdDidFailWithError(std::shared_ptr<PeloraSplashAdView>,
                                   const platform::Error&) override {
@@ -93,14 +97,8 @@ struct SplashHost : PeloraSplashAdViewDelegate {
     }
 };
 
-struct NativeHost : PeloraDataFlowAdManagerDelegate {
-    Terminal* t = nullptr;
-    std::shared_ptr<platform::RunLoop> loop;
+struct NativeHost : PeloraDataFlowAdManagerDelegate, Ending {
     std::vector<std::shared_ptr<PeloraNativeAd>> ads;
-    void end() {
-        ++t->count;
-        t->offLoop = t->offLoop || !loop->isLoopThread();
-    }
     void dataFlowAdManagerDidSuccessLoad(std::shared_ptr<PeloraDataFlowAdManager>,
                                          std::vector<std::shared_ptr<PeloraNativeAd>> a) override {
         ads = std::move(a);
@@ -112,13 +110,7 @@ struct NativeHost : PeloraDataFlowAdManagerDelegate {
     }
 };
 
-struct RewardHost : PeloraRewardVideoAdManagerDelegate {
-    Terminal* t = nullptr;
-    std::shared_ptr<platform::RunLoop> loop;
-    void end() {
-        ++t->count;
-        t->offLoop = t->offLoop || !loop->isLoopThread();
-    }
+struct RewardHost : PeloraRewardVideoAdManagerDelegate, Ending {
     void rewardVideoAdManagerVideoDidLoad(std::shared_ptr<PeloraRewardVideoAdManager>) override {
         end();
     }

@@ -162,6 +162,20 @@ json parseOrNull(const std::string& text) {
 
 }  // namespace
 
+json trackingRecordToJson(const TrackingRecord& r) {
+    return json{{"timeMs", r.timeMs},
+                {"method", r.method},
+                {"url", r.url},
+                {"path", r.path},
+                {"query", r.query},
+                {"params", r.params},
+                {"contentType", r.contentType},
+                {"body", r.body},
+                {"slot", r.slot},
+                {"adId", r.adId},
+                {"trackType", r.trackType}};
+}
+
 std::string trackEventName(int64_t type) {
     switch (type) {
         case 1:
@@ -366,24 +380,14 @@ json Inspector::addFetch(const FetchRecord& f) {
 json Inspector::addBeacon(const TrackingRecord& r) {
     const std::string id = "b" + std::to_string(nextBeacon_++);
     const std::string event = trackEventName(r.trackType);
-    json entry = {{"kind", "beacon"},
-                  {"id", id},
-                  {"timeMs", r.timeMs},
-                  {"method", r.method},
-                  {"url", r.url},
-                  {"path", r.path},
-                  {"query", r.query},
-                  {"params", r.params},
-                  {"contentType", r.contentType},
-                  {"body", r.body},
-                  {"bodyJson", parseOrNull(r.body)},
-                  {"slot", r.slot},
-                  {"adId", r.adId},
-                  {"trackType", r.trackType},
-                  {"event", event},
-                  {"serving", nullptr},
-                  {"macros", json::array()},
-                  {"flags", json::array()}};
+    json entry = trackingRecordToJson(r);
+    entry["kind"] = "beacon";
+    entry["id"] = id;
+    entry["bodyJson"] = parseOrNull(r.body);
+    entry["event"] = event;
+    entry["serving"] = nullptr;
+    entry["macros"] = json::array();
+    entry["flags"] = json::array();
     json& macros = entry["macros"];
     json& flags = entry["flags"];
 

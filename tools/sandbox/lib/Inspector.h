@@ -68,6 +68,9 @@ class Inspector {
 // The event a track type stands for: "impression", "click", "video 25%" ...
 std::string trackEventName(int64_t trackType);
 
+// A tracking record as the records endpoint serves it; the inspector's beacons add to it.
+nlohmann::json trackingRecordToJson(const TrackingRecord& record);
+
 // Whether the SDK legitimately leaves `macro` in a beacon of `trackType` because it has no
 // value for it (a click id and an action id are never known on the device, a video's end
 // time only at its end, a touch offset only for a click, video values only for video events).

@@ -123,20 +123,6 @@ std::string rawQuery(const std::string& target) {
     return q == std::string::npos ? std::string() : target.substr(q + 1);
 }
 
-json recordToJson(const TrackingRecord& r) {
-    return json{{"timeMs", r.timeMs},
-                {"method", r.method},
-                {"url", r.url},
-                {"path", r.path},
-                {"query", r.query},
-                {"params", r.params},
-                {"contentType", r.contentType},
-                {"body", r.body},
-                {"slot", r.slot},
-                {"adId", r.adId},
-                {"trackType", r.trackType}};
-}
-
 // Received bytes are not always UTF-8 (a percent-escaped query, a binary body); they are shown
 // with replacement characters instead of failing the answer.
 std::string dumpText(const json& value, int indent = -1) {
@@ -431,7 +417,7 @@ struct Sandbox::Impl {
     std::string recordsJson() const {
         json out = {{"records", json::array()}};
         std::lock_guard lock(mutex);
-        for (const auto& r : tracking) out["records"].push_back(recordToJson(r));
+        for (const auto& r : tracking) out["records"].push_back(trackingRecordToJson(r));
         return dumpText(out, 2);
     }
 
