@@ -20,3 +20,12 @@ if(PELORA_SANITIZE)
   add_compile_options(-Wno-maybe-uninitialized)
   add_link_options(-fsanitize=address,undefined)
 endif()
+
+# ThreadSanitizer (CI builds only the test programs whose code runs on several threads).
+if(PELORA_TSAN)
+  if(PELORA_SANITIZE)
+    message(FATAL_ERROR "PELORA_TSAN and PELORA_SANITIZE cannot be combined: pick one sanitizer build")
+  endif()
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()

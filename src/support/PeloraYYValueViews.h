@@ -13,6 +13,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 #include "support/PeloraYYModel.h"
 
@@ -106,11 +108,32 @@ struct SimdView {
         if (e.get(a)) return;
         for (simdjson::dom::element child : a) f(SimdView{child});
     }
+    // Walks the entries as a dictionary made from the text holds them: of duplicate keys only
+    // the last is seen, so a property a later duplicate clears or ignores is not left set by an
+    // earlier one (the dictionary route never sees the earlier one at all).
     template <class F>
     void eachEntry(F&& f) const {
         simdjson::dom::object o;
         if (e.get(o)) return;
-        for (auto field : o) f(field.key, SimdView{field.value});
+        std::vector<std::string_view> keys;
+        keys.reserve(o.size());
+        for (auto field : o) keys.push_back(field.key);
+        std::vector<bool> superseded(keys.size(), false);
+        if (keys.size() <= 16) {
+            for (std::size_t i = 0; i < keys.size(); ++i)
+                for (std::size_t k = i + 1; k < keys.size() && !superseded[i]; ++k)
+                    superseded[i] = keys[i] == keys[k];
+        } else {
+            std::unordered_map<std::string_view, std::size_t> last;
+            last.reserve(keys.size());
+            for (std::size_t i = 0; i < keys.size(); ++i) last[keys[i]] = i;
+            for (std::size_t i = 0; i < keys.size(); ++i) superseded[i] = last[keys[i]] != i;
+        }
+        std::size_t i = 0;
+        for (auto field : o) {
+            if (!superseded[i]) f(field.key, SimdView{field.value});
+            ++i;
+        }
     }
     // The last of duplicate keys, as a dictionary made from the text keeps it: both ways
     // of mapping an object (walking its entries, or looking its keys up) then agree.

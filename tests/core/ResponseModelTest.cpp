@@ -76,6 +76,7 @@ TEST(ResponseModel, BigIntegersAndAByteOrderMarkAreAcceptedMalformedTextIsNot) {
 
 // Of duplicate keys the last wins, whichever way the object is mapped: small objects are
 // walked entry by entry, objects with more keys than the record maps are looked up by key.
+// An earlier duplicate is never seen, even when the last one is of a type that is ignored.
 TEST(ResponseModel, TheLastOfDuplicateKeysWinsOnBothRoutes) {
     std::string extra;
     for (int i = 0; i < 20; ++i)
@@ -83,12 +84,15 @@ TEST(ResponseModel, TheLastOfDuplicateKeysWinsOnBothRoutes) {
     for (const std::string& more : {std::string(), extra}) {
         auto answer = plyy_modelWithJSON<PeloraRespData>(
             R"({"code":0,"data":{"ads":[{"adId":"first","title":"T","adId":"second")" + more +
-            R"(,"creativeType":1,"creativeType":4}]}})");
+            R"(,"creativeType":1,"creativeType":4,"images":["http://x/i.png"],"images":true}]}})");
         ASSERT_TRUE(answer && answer->rData && answer->rData->ads) << more.size();
         const auto& ad = answer->rData->ads->front();
         EXPECT_EQ(ad->adId, "second") << (more.empty() ? "walked" : "looked up");
         EXPECT_EQ(ad->creativeType, 4) << (more.empty() ? "walked" : "looked up");
         EXPECT_EQ(ad->title, "T");
+        // A later duplicate of a type the property ignores leaves it unset, as the dictionary
+        // built from this text would.
+        EXPECT_FALSE(ad->images) << (more.empty() ? "walked" : "looked up");
     }
 }
 

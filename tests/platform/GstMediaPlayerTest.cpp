@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "../splash/AdTestSupport.h"
+#include "HeapInUse.h"
 #include "UrlCorpus.h"
 #include "pelora/desktop/EventRunLoop.h"
 #include "pelora/desktop/GstMediaPlayer.h"
@@ -199,6 +201,28 @@ TEST_F(GstMediaPlayerTest, APlayerReleasedWhilePlayingReportsNothingMore) {
     runUntil([] { return false; }, 0.5);
     EXPECT_EQ(p->statuses.size(), statuses);
     EXPECT_EQ(p->times.size(), times);
+}
+
+// A host plays videos all day: each playback's pipeline, bus messages and frames are gone once
+// its player is released. The first plays load GStreamer's plugins and types for good, so the
+// heap is compared between the third play and the last.
+TEST_F(GstMediaPlayerTest, PlayingAgainAndAgainLeavesTheHeapWhereItWas) {
+    constexpr int kPlays = 12;
+    constexpr size_t kAllowedGrowthPerPlay = 1024;
+    size_t afterWarmUp = 0;
+    for (int i = 0; i < kPlays; ++i) {
+        auto p = start(fileUrl(i % 2 ? "reward-3s.webm" : "reward-3s.mp4"));
+        ASSERT_TRUE(runUntil([&] { return p->player->currentTime().seconds() > 0.2; }, 10)) << i;
+        p.reset();
+        runUntil([] { return false; }, 0.05);  // what the pipeline had posted is dropped
+        if (i == 2) afterWarmUp = pelora::testing::heapInUse();
+    }
+    const size_t atEnd = pelora::testing::heapInUse();
+    const double perPlay = (static_cast<double>(atEnd) - static_cast<double>(afterWarmUp)) /
+                           static_cast<double>(kPlays - 3);
+    std::printf("heap: %zu bytes after the third play, %zu after the last (%+.0f per play)\n",
+                afterWarmUp, atEnd, perPlay);
+    EXPECT_LE(perPlay, static_cast<double>(kAllowedGrowthPerPlay));
 }
 
 }  // namespace

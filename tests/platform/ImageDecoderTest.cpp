@@ -207,6 +207,18 @@ TEST(ImageDecoderTest, RefusesJpegHuffmanTablesOfMoreThan256Codes) {
     EXPECT_FALSE(decoder.decode(early));
 }
 
+// An empty IDAT chunk before the data (PNG allows it) had the system's reader copy from a null
+// pointer; the image decodes as if the empty chunk were not there.
+TEST(ImageDecoderTest, PngWithAnEmptyFirstDataChunkDecodesItsPixels) {
+    std::ifstream in(PELORA_SOURCE_DIR "/fuzz/regressions/image_decode/png-empty-first-idat.png",
+                     std::ios::binary);
+    const std::string png((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    ASSERT_FALSE(png.empty());
+    auto image = StbImageDecoder().decode(png);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->rgba(), (std::vector<uint8_t>{200, 30, 60, 255, 10, 20, 30, 255}));
+}
+
 TEST(ImageDecoderTest, DecodesOnSeveralThreadsAtOnce) {
     StbImageDecoder decoder;
     const std::string png = encodePng(32, 32, solid(32, 32, 5, 6, 7));

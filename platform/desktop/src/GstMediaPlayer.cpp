@@ -493,6 +493,8 @@ GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
         default:
             break;
     }
+    // A synchronous handler that drops a message owns it: everything needed was copied above.
+    gst_message_unref(message);
     return GST_BUS_DROP;
 }
 

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "pelora/platform/Log.h"
 
@@ -54,6 +55,40 @@ bool jpegHuffmanTablesFit(std::string_view bytes) {
     return true;
 }
 
+// The system's stb_image (2.27) copies a PNG's IDAT chunk into a buffer it allocates when the
+// first bytes arrive; an empty IDAT before any data has it copy zero bytes from a null pointer
+// (undefined behaviour). Empty IDAT chunks carry nothing and PNG allows them, so those that come
+// before the first non-empty one are cut out of the bytes the reader sees; the image is the same.
+// Returns the bytes to decode: `bytes` itself, or `storage` holding the trimmed copy.
+std::string_view withoutLeadingEmptyIdat(std::string_view bytes, std::string& storage) {
+    static constexpr std::string_view kSignature("\x89PNG\r\n\x1a\n", 8);
+    if (bytes.substr(0, kSignature.size()) != kSignature) return bytes;
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    std::vector<size_t> empties;  // offsets of the 12-byte empty chunks to cut
+    size_t at = kSignature.size();
+    while (at + 12 <= bytes.size()) {
+        const uint32_t length = (uint32_t{p[at]} << 24) | (uint32_t{p[at + 1]} << 16) |
+                                (uint32_t{p[at + 2]} << 8) | uint32_t{p[at + 3]};
+        const std::string_view type = bytes.substr(at + 4, 4);
+        if (type == "IDAT") {
+            if (length != 0) break;  // stb has its buffer from here on
+            empties.push_back(at);
+        }
+        if (length > bytes.size() - at - 12) break;  // the reader stops there too
+        at += 12 + length;
+    }
+    if (empties.empty()) return bytes;
+    storage.clear();
+    storage.reserve(bytes.size() - 12 * empties.size());
+    size_t from = 0;
+    for (size_t cut : empties) {
+        storage.append(bytes.substr(from, cut - from));
+        from = cut + 12;
+    }
+    storage.append(bytes.substr(from));
+    return storage;
+}
+
 }  // namespace
 
 StbImageDecoder::StbImageDecoder(int64_t maxPixels) : maxPixels_(maxPixels > 0 ? maxPixels : 1) {}
@@ -61,6 +96,8 @@ StbImageDecoder::StbImageDecoder(int64_t maxPixels) : maxPixels_(maxPixels > 0 ?
 std::shared_ptr<platform::Image> StbImageDecoder::decode(std::string_view bytes, double scale) {
     if (bytes.empty() || bytes.size() > static_cast<size_t>(INT_MAX)) return nullptr;
     if (!jpegHuffmanTablesFit(bytes)) return nullptr;
+    std::string trimmed;
+    bytes = withoutLeadingEmptyIdat(bytes, trimmed);
     const auto* data = reinterpret_cast<const stbi_uc*>(bytes.data());
     const int length = static_cast<int>(bytes.size());
 
