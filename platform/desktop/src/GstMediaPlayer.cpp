@@ -453,13 +453,14 @@ GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
             gchar* debug = nullptr;
             gst_message_parse_error(message, &error, &debug);
             std::string debugText = debug ? debug : "";
-            GError* copy = error ? g_error_copy(error) : nullptr;
-            // A report that never reaches the loop still frees its copy.
+            // A report that never reaches the player (released, or its pipeline replaced) still
+            // frees its copy: the task owns it, run or dropped.
+            std::shared_ptr<GError> copy(error ? g_error_copy(error) : nullptr, [](GError* e) {
+                if (e) g_error_free(e);
+            });
             postToPlayer(context, [copy, debugText](GstPlayer& player) {
                 auto item = std::dynamic_pointer_cast<GstItem>(player.currentItem());
-                Error mapped = mapError(copy, debugText, item && item->admission().remote);
-                if (copy) g_error_free(copy);
-                player.onError(std::move(mapped));
+                player.onError(mapError(copy.get(), debugText, item && item->admission().remote));
             });
             if (error) g_error_free(error);
             g_free(debug);
