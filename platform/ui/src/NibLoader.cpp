@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -92,6 +93,13 @@ void forEachState(const NibValue& v, F apply) {
     }
 }
 
+// Whole numbers beyond what an integer property holds are ignored like values of the wrong type:
+// converting them would be undefined. 2^53 is as far as a double counts every whole number.
+constexpr double kExactWhole = 9007199254740992.0;
+bool fitsWhole(double number, double lowest, double highest) {
+    return number >= lowest && number <= highest;
+}
+
 void applyViewProperties(View& view, const std::map<std::string, NibValue>& props) {
     for (const auto& [key, value] : props) {
         if (key == "hidden" && value.isBool()) {
@@ -106,9 +114,10 @@ void applyViewProperties(View& view, const std::map<std::string, NibValue>& prop
             view.setClipsToBounds(value.boolean);
         } else if (key == "userInteractionEnabled" && value.isBool()) {
             view.setUserInteractionEnabled(value.boolean);
-        } else if (key == "tag" && readNumber(value)) {
+        } else if (key == "tag" && readNumber(value) &&
+                   fitsWhole(value.number, -kExactWhole, kExactWhole)) {
             view.setTag(static_cast<int64_t>(value.number));
-        } else if (key == "contentMode" && readNumber(value)) {
+        } else if (key == "contentMode" && readNumber(value) && fitsWhole(value.number, 0, 4)) {
             int mode = static_cast<int>(value.number);
             if (mode == 0 || mode == 1 || mode == 2 || mode == 4)
                 view.setContentMode(static_cast<ContentMode>(mode));
@@ -133,7 +142,8 @@ void applyLabelProperties(Label& label, const std::map<std::string, NibValue>& p
             if (value.string == "left") label.setTextAlignment(TextAlignment::Left);
             if (value.string == "center") label.setTextAlignment(TextAlignment::Center);
             if (value.string == "right") label.setTextAlignment(TextAlignment::Right);
-        } else if (key == "numberOfLines" && readNumber(value) && value.number >= 0) {
+        } else if (key == "numberOfLines" && readNumber(value) &&
+                   fitsWhole(value.number, 0, std::numeric_limits<int>::max())) {
             label.setNumberOfLines(static_cast<int>(value.number));
         } else if (key == "fontWeight" && value.isString()) {
             if (value.string == "regular") label.setFontWeight(FontWeight::Regular);
