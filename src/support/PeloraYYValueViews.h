@@ -6,6 +6,8 @@
 
 #include <simdjson.h>
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -14,7 +16,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "support/PeloraYYModel.h"
 
@@ -110,30 +111,32 @@ struct SimdView {
     }
     // Walks the entries as a dictionary made from the text holds them: of duplicate keys only
     // the last is seen, so a property a later duplicate clears or ignores is not left set by an
-    // earlier one (the dictionary route never sees the earlier one at all).
+    // earlier one (the dictionary route never sees the earlier one at all). Records have few
+    // keys: up to 64 are compared in place, with nothing allocated; larger objects are indexed.
     template <class F>
     void eachEntry(F&& f) const {
         simdjson::dom::object o;
         if (e.get(o)) return;
-        std::vector<std::string_view> keys;
-        keys.reserve(o.size());
-        for (auto field : o) keys.push_back(field.key);
-        std::vector<bool> superseded(keys.size(), false);
-        if (keys.size() <= 16) {
-            for (std::size_t i = 0; i < keys.size(); ++i)
-                for (std::size_t k = i + 1; k < keys.size() && !superseded[i]; ++k)
-                    superseded[i] = keys[i] == keys[k];
-        } else {
-            std::unordered_map<std::string_view, std::size_t> last;
-            last.reserve(keys.size());
-            for (std::size_t i = 0; i < keys.size(); ++i) last[keys[i]] = i;
-            for (std::size_t i = 0; i < keys.size(); ++i) superseded[i] = last[keys[i]] != i;
+        const std::size_t n = o.size();
+        if (n <= 64) {
+            std::array<std::string_view, 64> keys;
+            std::size_t k = 0;
+            for (auto field : o) keys[k++] = field.key;
+            k = 0;
+            for (auto field : o) {
+                const std::size_t i = k++;
+                if (std::find(keys.begin() + i + 1, keys.begin() + n, keys[i]) == keys.begin() + n)
+                    f(field.key, SimdView{field.value});
+            }
+            return;
         }
-        std::size_t i = 0;
-        for (auto field : o) {
-            if (!superseded[i]) f(field.key, SimdView{field.value});
-            ++i;
-        }
+        std::unordered_map<std::string_view, std::size_t> last;
+        last.reserve(n);
+        std::size_t k = 0;
+        for (auto field : o) last[field.key] = k++;
+        k = 0;
+        for (auto field : o)
+            if (last[field.key] == k++) f(field.key, SimdView{field.value});
     }
     // The last of duplicate keys, as a dictionary made from the text keeps it: both ways
     // of mapping an object (walking its entries, or looking its keys up) then agree.

@@ -240,6 +240,7 @@ TEST_F(SoakTest, AThousandLoadsOfEveryKindEndOnceAndLeaveNothingBehind) {
     // PELORA_SOAK_KINDS narrows the run to some kinds ("s", "n", "r") when looking into one.
     const char* only = std::getenv("PELORA_SOAK_KINDS");
     const std::string kinds = only ? only : "snr";
+    auto runs = [&](char kind) { return kinds.find(kind) != std::string::npos; };
     // PELORA_SOAK_LOADS changes the number of loads of each kind (1000).
     const char* loads = std::getenv("PELORA_SOAK_LOADS");
     const int kLoadsPerKind = loads ? std::max(10, std::atoi(loads)) : 1000;
@@ -259,17 +260,17 @@ TEST_F(SoakTest, AThousandLoadsOfEveryKindEndOnceAndLeaveNothingBehind) {
         a.insert(a.end(), b.begin(), b.end());
         return a;
     };
-    if (kinds.find('s') != std::string::npos)
+    if (runs('s'))
         for (const auto& slot : with(splashes, failures)) splash(slot);
-    if (kinds.find('n') != std::string::npos)
+    if (runs('n'))
         for (const auto& slot : with(natives, failures)) native(slot);
-    if (kinds.find('r') != std::string::npos)
+    if (runs('r'))
         for (const auto& slot : with(rewards, failures)) reward(slot);
     forgetRecords();
     for (int i = 0; i < kLoadsPerKind && badLoads < 5; ++i) {
-        if (kinds.find('s') != std::string::npos) splash(pick(splashes));
-        if (kinds.find('n') != std::string::npos) native(pick(natives));
-        if (kinds.find('r') != std::string::npos) reward(pick(rewards));
+        if (runs('s')) splash(pick(splashes));
+        if (runs('n')) native(pick(natives));
+        if (runs('r')) reward(pick(rewards));
         forgetRecords();
         if (i + 1 == kLoadsPerKind / 10) heapAfterFirstTenth = pelora::testing::heapInUse();
     }
