@@ -23,11 +23,7 @@ if [ "${PELORA_TSAN:-0}" = "1" ]; then
   export PELORA_SOAK_LOADS=${PELORA_SOAK_LOADS:-60}
   TARGETS=(--target pelora_platform_tests pelora_core_tests pelora_native_tests
            pelora_reward_tests pelora_tools_tests pelora_soak_tests)
-  # Not yet the tests that run GStreamer or pango's font threads (the player's, and the `pelora`
-  # program's demo and render): under ThreadSanitizer they give some 200 reports, nearly all
-  # wholly inside GStreamer, GLib, libav and pango (GLib's mutexes are futexes it cannot see),
-  # and a few with the player's frames on top that still need reading; see tests/tsan.supp.
-  LABELS=(-L threads -E "Gst|RealPlayback|ProgramTest[.](Demo|Render)")
+  LABELS=(-L threads)
 elif [ "${PELORA_SANITIZE:-0}" = "1" ]; then
   BUILD_DIR=${BUILD_DIR:-build-asan}
   EXTRA=(-DPELORA_SANITIZE=ON -DPELORA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug)

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -156,9 +157,13 @@ TEST_F(SandboxServerTest, RefusesCreativePathsOutsideItsFolder) {
 }
 
 TEST_F(SandboxServerTest, RecordsTrackingRequestsAndServesThemAsJson) {
+    // The observer runs on a server thread; the answer reaching the client orders it before the
+    // checks below only through the socket, which ThreadSanitizer cannot see.
+    std::mutex observedMutex;
     std::vector<std::string> observed;
     sandbox.setTrackingObserver([&](const pelora::sandbox::TrackingRecord& r) {
-        observed.push_back(r.adId);  // the client below waits for each answer, so no race
+        std::lock_guard lock(observedMutex);
+        observed.push_back(r.adId);
     });
     auto c = client();
     auto get = c.Get("/track/splash-demo/splash-001/2?ts=1700000000123&dx=12&dy=-999&w=375");
@@ -185,7 +190,10 @@ TEST_F(SandboxServerTest, RecordsTrackingRequestsAndServesThemAsJson) {
     EXPECT_EQ(records[1].contentType, "application/json");
     EXPECT_EQ(records[1].body, "{\"event\":\"impression\",\"w\":320}");
     EXPECT_EQ(records[1].query, "via=post");
-    EXPECT_EQ(observed, (std::vector<std::string>{"splash-001", "native-001"}));
+    {
+        std::lock_guard lock(observedMutex);
+        EXPECT_EQ(observed, (std::vector<std::string>{"splash-001", "native-001"}));
+    }
 
     auto served = c.Get("/sandbox/records");
     ASSERT_TRUE(served);

@@ -237,6 +237,51 @@ struct Context {
     uint64_t generation;
 };
 
+// A context goes to GStreamer, which hands it to its own threads and frees it once the last of
+// them is done with it, ordered by GLib's locks and atomic reference counts; on Linux those are
+// futexes and uninstrumented atomics that ThreadSanitizer cannot see, so it is told what they
+// order: what was written before a context was handed over is visible to every callback that
+// receives it, and every callback is done with it before it is freed. Nothing in other builds.
+#if defined(__SANITIZE_THREAD__)
+#define PELORA_TSAN_ANNOTATE 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define PELORA_TSAN_ANNOTATE 1
+#endif
+#endif
+#ifdef PELORA_TSAN_ANNOTATE
+extern "C" void __tsan_acquire(void* address);
+extern "C" void __tsan_release(void* address);
+void tsanAcquire(void* address) {
+    __tsan_acquire(address);
+}
+void tsanRelease(void* address) {
+    __tsan_release(address);
+}
+#else
+void tsanAcquire(void*) {}
+void tsanRelease(void*) {}
+#endif
+
+Context* handOver(const std::shared_ptr<Shared>& shared, uint64_t generation) {
+    auto* context = new Context{shared, generation};
+    tsanRelease(context);
+    return context;
+}
+
+// The context of one callback, for the length of the callback.
+class Received {
+  public:
+    explicit Received(gpointer data) : data_(data) { tsanAcquire(data_); }
+    ~Received() { tsanRelease(data_); }
+    Received(const Received&) = delete;
+    Received& operator=(const Received&) = delete;
+    Context& operator*() const { return *static_cast<Context*>(data_); }
+
+  private:
+    gpointer data_;
+};
+
 class GstPlayer final : public platform::Player, public std::enable_shared_from_this<GstPlayer> {
   public:
     explicit GstPlayer(std::shared_ptr<platform::RunLoop> loop) : loop_(std::move(loop)) {
@@ -446,7 +491,8 @@ void postToPlayer(const Context& context, F work) {
 }
 
 GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
-    const auto& context = *static_cast<Context*>(data);
+    const Received received(data);
+    const auto& context = *received;
     switch (GST_MESSAGE_TYPE(message)) {
         case GST_MESSAGE_ERROR: {
             GError* error = nullptr;
@@ -544,13 +590,16 @@ GstFlowReturn takeFrame(GstAppSink* sink, bool preroll, Context& context) {
 }
 
 GstFlowReturn onNewSample(GstAppSink* sink, gpointer data) {
-    return takeFrame(sink, false, *static_cast<Context*>(data));
+    const Received received(data);
+    return takeFrame(sink, false, *received);
 }
 GstFlowReturn onNewPreroll(GstAppSink* sink, gpointer data) {
-    return takeFrame(sink, true, *static_cast<Context*>(data));
+    const Received received(data);
+    return takeFrame(sink, true, *received);
 }
 
 void deleteContext(gpointer data) {
+    tsanAcquire(data);
     delete static_cast<Context*>(data);
 }
 
@@ -591,7 +640,8 @@ bool addBranch(GstElement* pipeline, GstPad* pad, const std::vector<GstElement*>
 // A decoded stream appeared (on a streaming thread): video goes to RGBA frames for the
 // drawing layer, audio to the output through a volume that mutes; anything else is left.
 void onPadAdded(GstElement* source, GstPad* pad, gpointer data) {
-    auto& context = *static_cast<Context*>(data);
+    const Received received(data);
+    auto& context = *received;
     GstCaps* caps = gst_pad_get_current_caps(pad);
     if (!caps) caps = gst_pad_query_caps(pad, nullptr);
     const gchar* media = caps && gst_caps_get_size(caps) > 0
@@ -613,8 +663,7 @@ void onPadAdded(GstElement* source, GstPad* pad, gpointer data) {
             callbacks.new_sample = onNewSample;
             callbacks.new_preroll = onNewPreroll;
             gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks,
-                                       new Context{context.shared, context.generation},
-                                       deleteContext);
+                                       handOver(context.shared, context.generation), deleteContext);
         }
         addBranch(pipeline, pad, {gst_element_factory_make("videoconvert", nullptr), sink});
     } else if (kind.rfind("audio/", 0) == 0 && !hasElement(pipeline, "volume")) {
@@ -679,11 +728,11 @@ void GstPlayer::load() {
         shared_->muted = muted_;
     }
     g_signal_connect_data(
-        source, "pad-added", G_CALLBACK(onPadAdded), new Context{shared_, generation},
+        source, "pad-added", G_CALLBACK(onPadAdded), handOver(shared_, generation),
         [](gpointer data, GClosure*) { deleteContext(data); }, static_cast<GConnectFlags>(0));
     g_signal_connect(source, "source-setup", G_CALLBACK(onSourceSetup), nullptr);
     GstBus* bus = gst_element_get_bus(pipeline);
-    gst_bus_set_sync_handler(bus, onBusMessage, new Context{shared_, generation}, deleteContext);
+    gst_bus_set_sync_handler(bus, onBusMessage, handOver(shared_, generation), deleteContext);
     gst_object_unref(bus);
     pipeline_ = pipeline;
     if (gst_element_set_state(pipeline_, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE) {
