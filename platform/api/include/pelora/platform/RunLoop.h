@@ -43,8 +43,14 @@ class PELORA_EXPORT RunLoop {
     // Non-blocking: run every task and timer that is due now, then return how many ran.
     // Hosts with their own frame loop call this once per frame.
     virtual size_t pump() = 0;
-    // A descriptor that is readable while work is due (posted tasks, or a timer whose time has
-    // come when the host re-checks after nextTimerDelay()). For embedding in epoll/select loops.
+    // A descriptor for embedding the loop in a host's epoll/select loop. It becomes readable
+    // when a task is posted and stays so until the next pump(). The desktop loop
+    // (EventRunLoop) also makes it readable on stop() and while a descriptor it watches
+    // (watchFd()) is readable; the test loop (ManualRunLoop) only on post(). A timer falling
+    // due does not make it readable: nothing is written when a timer's time comes. A host
+    // waiting on it must therefore also wait no longer than nextTimerDelay() (the time-out
+    // of its poll/epoll_wait) and call pump() when the descriptor is readable or that
+    // time-out ran out.
     virtual int wakeFd() const = 0;
     // Seconds until the next timer is due, or a negative value when no timer is scheduled.
     virtual double nextTimerDelay() const = 0;
