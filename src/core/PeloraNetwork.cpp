@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstring>
 
 #include "core/PeloraRequest.h"
 #include "pelora/PeloraApiAd.h"
@@ -12,6 +11,7 @@
 #include "pelora/platform/Log.h"
 #include "pelora/platform/RunLoop.h"
 #include "pelora/platform/Services.h"
+#include "support/PeloraPercent.h"
 #include "support/PeloraTool.h"
 #include "support/PeloraYYModel.h"
 
@@ -66,76 +66,13 @@ bool isSafeFileName(const std::string& name) {
 
 // ---- percent escaping ---------------------------------------------------------------------
 
-// What each byte becomes, padded to four bytes, and how many of them count: writing all four
-// and advancing by the width keeps the loop free of branches.
-struct EscapeTable {
-    std::array<std::array<char, 4>, 256> code{};
-    std::array<uint8_t, 256> width{};
-    EscapeTable() {
-        constexpr char kHex[] = "0123456789ABCDEF";
-        std::array<bool, 256> keep{};
-        for (int c = 'a'; c <= 'z'; ++c) keep[c] = true;
-        for (int c = 'A'; c <= 'Z'; ++c) keep[c] = true;
-        for (int c = '0'; c <= '9'; ++c) keep[c] = true;
-        for (char c : std::string_view("-._~/?")) keep[static_cast<unsigned char>(c)] = true;
-        for (int c = 0; c < 256; ++c) {
-            if (keep[c]) {
-                code[c] = {static_cast<char>(c), 0, 0, 0};
-                width[c] = 1;
-            } else {
-                code[c] = {'%', kHex[c >> 4], kHex[c & 0xF], 0};
-                width[c] = 3;
-            }
-        }
-    }
-};
-
-const EscapeTable kEscape;
-
-// Writes the escaped piece at `dst` and returns the end. Needs room for three bytes per input
-// byte plus one: the last byte's four-byte write may reach one past its width.
-char* escapeInto(std::string_view piece, char* dst) {
-    for (unsigned char c : piece) {
-        std::memcpy(dst, kEscape.code[c].data(), 4);
-        dst += kEscape.width[c];
-    }
-    return dst;
-}
-
-// Eight bytes at a time: whether no byte has its high bit set.
-bool isAscii(std::string_view text) {
-    uint64_t seen = 0;
-    size_t i = 0;
-    for (; i + 8 <= text.size(); i += 8) {
-        uint64_t word;
-        std::memcpy(&word, text.data() + i, 8);
-        seen |= word;
-    }
-    for (; i < text.size(); ++i) seen |= static_cast<unsigned char>(text[i]);
-    return (seen & 0x8080808080808080ULL) == 0;
-}
+// Letters, digits and "-._~/?" stay in query keys and values.
+constexpr PeloraPercentEncoder kQueryEscape("-._~/?");
 
 // Appends the escaped text to `out`: the one escaping routine behind both the public
 // function and the query encoder, which calls it without building temporary strings.
 void appendPercentEscaped(std::string& out, std::string_view text) {
-    if (text.empty()) return;
-    const size_t start = out.size();
-    // Worst case three bytes per byte (and the spare byte); trimmed once at the end.
-    out.resize(start + text.size() * 3 + 1);
-    char* dst = out.data() + start;
-    if (isAscii(text)) {
-        // Pure ASCII has no surrogate pairs and nothing that attaches to a previous character,
-        // so its 50-unit batches are plain slices and escaping it whole gives the same bytes.
-        // URLs almost always take this path.
-        dst = escapeInto(text, dst);
-    } else {
-        // Batches of at most 50 UTF-16 units widened to whole composed sequences, so no batch
-        // ever ends inside a surrogate pair or between a base character and its marks.
-        for (std::string_view batch : PeloraTool::composedBatches(text, 50)) {
-            dst = escapeInto(batch, dst);
-        }
-    }
-    out.resize(static_cast<size_t>(dst - out.data()));
+    kQueryEscape.appendInBatches(out, text);
 }
 
 // Appends how a value reads in a query string (texts as they are, booleans as 1 and 0,

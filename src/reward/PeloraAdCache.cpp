@@ -1,8 +1,10 @@
 #include "reward/PeloraAdCache.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "core/PeloraNetwork.h"
+#include "support/PeloraPercent.h"
 #include "support/PeloraTool.h"
 
 std::map<std::string, std::string>& plFileCaches() {
@@ -55,55 +57,15 @@ std::shared_ptr<pelora::platform::HttpTask> PeloraFileDownloader::downloadTaskWi
 
 namespace {
 
-bool keptInFileURL(unsigned char c) {
-    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
-    switch (c) {
-        case '-':
-        case '.':
-        case '_':
-        case '~':
-        case '/':
-        case '!':
-        case '$':
-        case '&':
-        case '\'':
-        case '(':
-        case ')':
-        case '*':
-        case '+':
-        case ',':
-        case ';':
-        case '=':
-        case ':':
-        case '@':
-            return true;
-        default:
-            return false;
-    }
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+// Everything a path may hold in a URL stays; "?", "#", "%", blanks, controls and non-ASCII
+// bytes are escaped.
+constexpr PeloraPercentEncoder kFileURLEncoder("-._~/!$&'()*+,;=:@");
 
 }  // namespace
 
 std::string pl_fileURLWithPath(const std::string& path) {
-    static const char* kHex = "0123456789ABCDEF";
     std::string url = "file://";
-    url.reserve(url.size() + path.size());
-    for (unsigned char c : path) {
-        if (keptInFileURL(c)) {
-            url.push_back(static_cast<char>(c));
-        } else {
-            url.push_back('%');
-            url.push_back(kHex[c >> 4]);
-            url.push_back(kHex[c & 15]);
-        }
-    }
+    kFileURLEncoder.append(url, path);
     return url;
 }
 
@@ -119,17 +81,7 @@ std::optional<std::string> pl_pathOfFileURL(const std::string& url) {
     // "file://localhost/path" names the same file as "file:///path".
     if (rest.rfind("localhost/", 0) == 0) rest.erase(0, 9);
     if (rest.empty() || rest[0] != '/') return std::nullopt;
-    std::string path;
-    path.reserve(rest.size());
-    for (size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] == '?' || rest[i] == '#') break;
-        if (rest[i] == '%' && i + 2 < rest.size() && hexValue(rest[i + 1]) >= 0 &&
-            hexValue(rest[i + 2]) >= 0) {
-            path.push_back(static_cast<char>(hexValue(rest[i + 1]) * 16 + hexValue(rest[i + 2])));
-            i += 2;
-        } else {
-            path.push_back(rest[i]);
-        }
-    }
-    return path;
+    // The path ends where a query or a fragment begins; an escape that is not one stays text.
+    rest.resize(std::min(rest.size(), rest.find_first_of("?#")));
+    return pl_percentDecode(rest, PeloraBadEscape::KeepAsText);
 }

@@ -4,6 +4,8 @@
 
 #include <limits>
 
+#include "support/PeloraPercent.h"
+
 namespace {
 
 bool isSpace(char c) {
@@ -83,67 +85,12 @@ std::size_t unitsOf(const CodePoint& c) {
     return c.valid && c.cp >= 0x10000 ? 2 : 1;
 }
 
-bool isHex(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return c - 'A' + 10;
-}
-
-bool isAlnum(unsigned char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
 // Characters a URL query may carry as they are: query delimiters stay readable.
-bool queryAllowed(unsigned char c) {
-    if (isAlnum(c)) return true;
-    switch (c) {
-        case '!':
-        case '$':
-        case '&':
-        case '\'':
-        case '(':
-        case ')':
-        case '*':
-        case '+':
-        case ',':
-        case '-':
-        case '.':
-        case '/':
-        case ':':
-        case ';':
-        case '=':
-        case '?':
-        case '@':
-        case '_':
-        case '~':
-            return true;
-        default:
-            return false;
-    }
-}
+constexpr PeloraPercentEncoder kQueryEncoder("!$&'()*+,-./:;=?@_~");
 
 // The older escaping: besides what is never legal in a URL, every reserved delimiter is
 // escaped too, leaving only the unreserved marks.
-bool legacyAllowed(unsigned char c) {
-    return isAlnum(c) || c == '-' || c == '.' || c == '_' || c == '~';
-}
-
-void appendEscaped(std::string& out, std::string_view piece, bool (*allowed)(unsigned char)) {
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    for (char ch : piece) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (allowed(c)) {
-            out.push_back(ch);
-        } else {
-            out.push_back('%');
-            out.push_back(kHex[c >> 4]);
-            out.push_back(kHex[c & 0x0F]);
-        }
-    }
-}
+constexpr PeloraPercentEncoder kLegacyEncoder("-._~");
 
 }  // namespace
 
@@ -258,14 +205,12 @@ std::vector<std::string_view> PeloraTool::composedBatches(std::string_view utf8,
 
 std::string PeloraTool::stringByURLEncode(const std::string& text, bool legacyPath) {
     std::string out;
-    out.reserve(text.size() + text.size() / 2);
     if (legacyPath) {
-        appendEscaped(out, text, &legacyAllowed);
+        kLegacyEncoder.append(out, text);
         return out;
     }
     // Escaped piece by piece so a long text is never cut inside a character.
-    for (std::string_view piece : composedBatches(text, 50))
-        appendEscaped(out, piece, &queryAllowed);
+    kQueryEncoder.appendInBatches(out, text);
     return out;
 }
 
@@ -275,18 +220,7 @@ std::optional<std::string> PeloraTool::stringByURLDecode(const std::string& text
         for (char& c : source)
             if (c == '+') c = ' ';
     }
-    std::string out;
-    out.reserve(source.size());
-    for (std::size_t i = 0; i < source.size(); ++i) {
-        if (source[i] != '%') {
-            out.push_back(source[i]);
-            continue;
-        }
-        if (i + 2 >= source.size()) return std::nullopt;
-        if (!isHex(source[i + 1]) || !isHex(source[i + 2])) return std::nullopt;
-        out.push_back(static_cast<char>(hexValue(source[i + 1]) * 16 + hexValue(source[i + 2])));
-        i += 2;
-    }
-    if (!isValidUtf8(out)) return std::nullopt;
+    auto out = pl_percentDecode(source, PeloraBadEscape::Refuse);
+    if (!out || !isValidUtf8(*out)) return std::nullopt;
     return out;
 }
