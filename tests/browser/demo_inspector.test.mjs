@@ -43,7 +43,7 @@ test('the rewarded video\'s checklist shows what was sent and what never came', 
   for (const event of ['impression', 'video start', 'video 25%', 'video 50%', 'video 75%', 'video complete', 'close']) {
     assert.equal(await stateOf(event), 'sent', event);
   }
-  for (const event of ['skip', 'mute', 'video error']) assert.equal(await stateOf(event), 'never', event);
+  for (const event of ['skip', 'mute', 'play error']) assert.equal(await stateOf(event), 'never', event);
   // Not clicked in this run.
   assert.equal(await stateOf('click'), 'never');
 });

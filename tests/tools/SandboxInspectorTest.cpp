@@ -128,7 +128,7 @@ TEST_F(SandboxInspectorTest, AnSdkThatCountsOnceAndFillsItsMacrosRaisesNoFlag) {
     EXPECT_EQ(ads[0]["adId"], "splash-001");
     EXPECT_EQ(ads[0]["missing"], json({"deep link opened"}));
     EXPECT_EQ(ads[1]["missing"], json({"click", "deep link failed", "deep link opened", "skip",
-                                       "video error", "mute"}));
+                                       "play error", "mute"}));
     for (const auto& e : ads[1]["events"]) {
         if (e["event"] == "video complete") {
             ASSERT_EQ(e["sent"].size(), 1u);

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "TrackTypeNames.h"
 #include "pelora/Pelora.h"
 #include "pelora/desktop/DesktopPlatform.h"
 #include "pelora/desktop/DesktopWindow.h"
@@ -42,6 +43,7 @@ namespace {
 using nlohmann::json;
 using pelora::platform::Error;
 using pelora::platform::makeRect;
+using pelora::tools::trackTypeName;
 namespace ui = pelora::ui;
 
 const char* kSplashSlot = "splash-demo";
@@ -76,39 +78,6 @@ std::shared_ptr<pelora::platform::MediaPlayerService> fastMediaPlayer(
     script.duration = 10.4;
     player->setDefaultScript(script);
     return player;
-}
-
-std::string trackName(int64_t type) {
-    switch (type) {
-        case 1:
-            return "impression";
-        case 2:
-            return "click";
-        case 16:
-            return "deep link failed";
-        case 17:
-            return "deep link opened";
-        case 8:
-            return "close";
-        case 31:
-            return "video start";
-        case 32:
-            return "video 25%";
-        case 33:
-            return "video 50%";
-        case 34:
-            return "video 75%";
-        case 35:
-            return "video complete";
-        case 36:
-            return "skip";
-        case 40:
-            return "play error";
-        case 41:
-            return "mute";
-        default:
-            return "event " + std::to_string(type);
-    }
 }
 
 // Tokens still in a tracking request. The click id is never known on the device, so the SDK
@@ -173,7 +142,8 @@ class Demo {
             std::string text = r.method + " " + r.url;
             if (!r.body.empty()) text += "  body " + r.body;
             note("server",
-                 "tracking " + trackName(r.trackType) + " (" + r.slot + "/" + r.adId + ")", text,
+                 "tracking " + trackTypeName(r.trackType) + " (" + r.slot + "/" + r.adId + ")",
+                 text,
                  {{"method", r.method},
                   {"url", r.url},
                   {"body", r.body},
@@ -971,7 +941,7 @@ void checkRewardTracking(DemoHost& host, const RewardWatch& watch, bool skipped)
     for (int64_t type : expected) {
         auto r = demo.record(kRewardSlot, type);
         size_t count = demo.count(kRewardSlot, type);
-        demo.check("video tracking " + trackName(type) + " (" + std::to_string(type) +
+        demo.check("video tracking " + trackTypeName(type) + " (" + std::to_string(type) +
                        ") received once, macros substituted",
                    r && count == 1 && !macrosLeft(r->url + r->body, type),
                    r ? videoMacros(*r) + (count == 1 ? "" : ", " + std::to_string(count) + " times")

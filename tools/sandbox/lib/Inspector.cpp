@@ -7,6 +7,7 @@
 #include <set>
 
 #include "Inventory.h"
+#include "TrackTypeNames.h"
 
 namespace pelora::sandbox {
 
@@ -177,36 +178,7 @@ json trackingRecordToJson(const TrackingRecord& r) {
 }
 
 std::string trackEventName(int64_t type) {
-    switch (type) {
-        case 1:
-            return "impression";
-        case 2:
-            return "click";
-        case 8:
-            return "close";
-        case 16:
-            return "deep link failed";
-        case 17:
-            return "deep link opened";
-        case 31:
-            return "video start";
-        case 32:
-            return "video 25%";
-        case 33:
-            return "video 50%";
-        case 34:
-            return "video 75%";
-        case 35:
-            return "video complete";
-        case 36:
-            return "skip";
-        case 40:
-            return "video error";
-        case 41:
-            return "mute";
-        default:
-            return "event " + std::to_string(type);
-    }
+    return pelora::tools::trackTypeName(type);
 }
 
 bool macroMayStayUnset(const std::string& macro, int64_t trackType) {
