@@ -1,348 +1,243 @@
-// The `pelora demo` and `pelora load` programs end to end, against the sandbox ad server.
+// The `pelora demo`, `render` and `load` programs end to end, against the sandbox ad server.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
-#include <vector>
 
+#include "Program.h"
 #include "pelora/sandbox/Sandbox.h"
 
 namespace {
 
-struct Run {
-    int status = -1;
-    std::vector<nlohmann::json> lines;  // stdout, one JSON value per line
-    std::string raw;
-};
+using nlohmann::json;
+using pelora_program::Run;
+using pelora_program::runLine;
+using Texts = std::vector<std::string>;
 
-std::string binary() {
-    return std::string(PELORA_BINARY_DIR) + "/tools/pelora";
-}
-
-Run run(const std::string& args, const std::string& prefix = "") {
-    Run out;
-    // `timeout` bounds the child in real time whatever happens to it.
-    std::string cmd = prefix + "timeout 60 " + binary() + " " + args + " 2>/dev/null";
-    FILE* pipe = ::popen(cmd.c_str(), "r");
-    if (!pipe) return out;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) out.raw.append(buffer, n);
-    int status = ::pclose(pipe);
-    out.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::istringstream in(out.raw);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty()) continue;
-        out.lines.push_back(nlohmann::json::parse(line, nullptr, false));
-    }
-    return out;
-}
+const std::string kNoDisplay = "env -u DISPLAY -u WAYLAND_DISPLAY";
 
 class ProgramTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (!std::filesystem::exists(binary())) GTEST_SKIP() << "pelora is not built";
+        ASSERT_TRUE(std::filesystem::exists(pelora_program::path())) << "pelora is not built";
         // Downloaded videos go to the programs' caches directory: keep it the test's own.
         cache_ = std::filesystem::temp_directory_path() /
                  ("pelora-cli-cache-" + std::to_string(::getpid()));
         std::filesystem::create_directories(cache_);
         ::setenv("XDG_CACHE_HOME", cache_.c_str(), 1);
     }
-    void TearDown() override {
-        std::error_code ec;
-        if (!cache_.empty()) std::filesystem::remove_all(cache_, ec);
-    }
+    void TearDown() override { std::filesystem::remove_all(cache_); }
     std::filesystem::path cache_;
 };
 
-// The events of the demo's timeline with the given source, as "event" texts.
-std::vector<std::string> events(const Run& r, const std::string& source) {
-    std::vector<std::string> out;
-    for (const auto& l : r.lines)
+// The demo's timeline: the events with `source`, and what the server received of `type`.
+Texts events(const Run& r, const std::string& source) {
+    Texts out;
+    for (const auto& l : r.lines())
         if (l.is_object() && l.value("source", "") == source) out.push_back(l.value("event", ""));
     return out;
 }
-
-std::vector<nlohmann::json> tracking(const Run& r, const std::string& slot, int64_t type) {
-    std::vector<nlohmann::json> out;
-    for (const auto& l : r.lines)
+Texts beacons(const Run& r, const std::string& slot, int64_t type) {
+    Texts out;
+    for (const auto& l : r.lines())
         if (l.is_object() && l.value("source", "") == "server" && l.value("slot", "") == slot &&
             l.value("trackType", int64_t(0)) == type)
-            out.push_back(l);
+            out.push_back(l.value("method", "") + " " + l.value("url", "") + " " +
+                          l.value("body", ""));
     return out;
 }
-
-TEST_F(ProgramTest, DemoWatchesTheSplashToTheEndThenShowsAndTapsANativeAd) {
-    auto r = run("demo --fast --json");
-    ASSERT_EQ(r.status, 0) << r.raw;
-    ASSERT_FALSE(r.lines.empty());
-    const auto& summary = r.lines.back();
-    ASSERT_TRUE(summary.contains("summary")) << r.raw;
-    EXPECT_TRUE(summary["ok"].get<bool>());
-
-    EXPECT_EQ(events(r, "splash"),
-              (std::vector<std::string>{"splashAdDidLoad", "countdown 5", "splashAdDidShow",
-                                        "countdown 4", "countdown 3", "countdown 2", "countdown 1",
-                                        "countdown 0", "splashAdTimeOver"}));
-    EXPECT_EQ(events(r, "native"),
-              (std::vector<std::string>{"dataFlowAdManagerDidSuccessLoad", "nativeAdDidDidShow",
-                                        "nativeAdDidClickWithView"}));
-
-    // What the server received: the splash impression with the request's slot size in
-    // pixels, the native impression by POST with its body rewritten, one native click with
-    // the touch point inside the container.
-    auto splashImp = tracking(r, "splash-demo", 1);
-    ASSERT_EQ(splashImp.size(), 1u);
-    EXPECT_NE(splashImp[0]["url"].get<std::string>().find("rw=750&rh=1334"), std::string::npos);
-    EXPECT_TRUE(tracking(r, "splash-demo", 2).empty());
-
-    auto nativeImp = tracking(r, "native-demo", 1);
-    ASSERT_EQ(nativeImp.size(), 1u);
-    EXPECT_EQ(nativeImp[0]["method"], "POST");
-    auto body = nlohmann::json::parse(nativeImp[0]["body"].get<std::string>(), nullptr, false);
-    ASSERT_TRUE(body.is_object()) << nativeImp[0]["body"];
-    EXPECT_EQ(body["adId"], "native-001");
-    EXPECT_EQ(body["rw"], 686);
-    EXPECT_EQ(body["w"], 343);
-
-    auto nativeClicks = tracking(r, "native-demo", 2);
-    ASSERT_EQ(nativeClicks.size(), 1u);
-    EXPECT_NE(nativeClicks[0]["url"].get<std::string>().find("dx=171&dy=152"), std::string::npos);
-
-    // Images came down for the splash and the native card.
-    EXPECT_EQ(events(r, "image").size(), 3u);
-}
-
-TEST_F(ProgramTest, DemoSkipsOrTapsWhenToldAndReportsTheClick) {
-    auto skip = run("demo --fast --json --skip-at 3");
-    ASSERT_EQ(skip.status, 0) << skip.raw;
-    auto splash = events(skip, "splash");
-    ASSERT_FALSE(splash.empty());
-    EXPECT_EQ(splash.back(), "splashAdDidClickSkip");
-    EXPECT_EQ(splash[splash.size() - 2], "countdown 3");
-
-    auto tap = run("demo --fast --json --tap-at 4");
-    ASSERT_EQ(tap.status, 0) << tap.raw;
-    auto tapped = events(tap, "splash");
-    EXPECT_EQ(tapped.back(), "splashAdDidClick");
-    EXPECT_EQ(std::count(tapped.begin(), tapped.end(), "splashAdTimeOver"), 0);
-    auto clicks = tracking(tap, "splash-demo", 2);
-    ASSERT_EQ(clicks.size(), 1u);
-    EXPECT_NE(clicks[0]["url"].get<std::string>().find("dx=187&dy=333"), std::string::npos);
-}
-
-TEST_F(ProgramTest, DemoShowsTheRewardedVideoToTheEndAndEachBeaconGoesOutOnce) {
-    auto r = run("demo --fast --json --reward-mute-at 2");
-    ASSERT_EQ(r.status, 0) << r.raw;
-    EXPECT_EQ(events(r, "reward"),
-              (std::vector<std::string>{
-                  "rewardVideoAdManagerDidSuccessLoad", "rewardVideoAdManagerVideoDidLoad",
-                  "rewardVideoAdManagerDidShow", "rewardVideoAdManagerDidPlayFinish",
-                  "rewardVideoAdManagerDidClose"}));
-    for (int64_t type : {1, 31, 32, 33, 34, 35, 8, 41}) {
-        auto beacons = tracking(r, "reward-demo", type);
-        ASSERT_EQ(beacons.size(), 1u) << "track type " << type;
-        const std::string url = beacons[0]["url"];
-        EXPECT_NE(url.find(type == 1 ? "rw=750" : "vt=10&vb=0"), std::string::npos) << url;
-    }
-    EXPECT_NE(
-        tracking(r, "reward-demo", 35)[0]["url"].get<std::string>().find("vet=10&vff=1&vlf=1"),
-        std::string::npos);
-    EXPECT_TRUE(tracking(r, "reward-demo", 36).empty());
-    auto page = events(r, "page");
-    EXPECT_NE(std::find(page.begin(), page.end(), "end page"), page.end());
-    EXPECT_EQ(page.back(), "dismissed and released");
-}
-
-TEST_F(ProgramTest, DemoSkipsTheRewardedVideoWhenTold) {
-    auto r = run("demo --fast --json --reward-skip-at 6");
-    ASSERT_EQ(r.status, 0) << r.raw;
-    auto reward = events(r, "reward");
-    ASSERT_FALSE(reward.empty());
-    EXPECT_EQ(reward.back(), "rewardVideoAdManagerDidClickSkip");
-    EXPECT_EQ(std::count(reward.begin(), reward.end(), "rewardVideoAdManagerDidPlayFinish"), 0);
-    EXPECT_EQ(tracking(r, "reward-demo", 36).size(), 1u);
-    EXPECT_TRUE(tracking(r, "reward-demo", 35).empty());
-    EXPECT_TRUE(tracking(r, "reward-demo", 8).empty());
-}
-
-TEST_F(ProgramTest, DemoRefusesBadOptions) {
-    EXPECT_EQ(run("demo --skip-at 0").status, 2);
-    EXPECT_EQ(run("demo --skip-at 2 --tap-at 3").status, 2);
-    EXPECT_EQ(run("demo --tap-at soon").status, 2);
-    EXPECT_EQ(run("demo extra").status, 2);
-    EXPECT_EQ(run("demo --reward-skip-at 4").status, 2) << "skipping opens at 5";
-    EXPECT_EQ(run("demo --reward-mute-at 0").status, 2);
-    EXPECT_EQ(run("demo --window --fast").status, 2) << "a person watches real time";
-    // Without a display the window cannot open: a clear failure, not a hang or a crash.
-    EXPECT_EQ(run("demo --window", "env -u DISPLAY -u WAYLAND_DISPLAY ").status, 1);
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
 }
 
 // The size a PNG file declares in its header, or {0, 0}.
 std::pair<uint32_t, uint32_t> pngSize(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
-    unsigned char header[24] = {};
-    if (!in.read(reinterpret_cast<char*>(header), sizeof header)) return {0, 0};
-    if (header[1] != 'P' || header[2] != 'N' || header[3] != 'G') return {0, 0};
+    unsigned char h[24] = {};
+    if (!in.read(reinterpret_cast<char*>(h), sizeof h) || h[1] != 'P' || h[2] != 'N') return {};
     auto be = [&](int at) {
-        return (uint32_t{header[at]} << 24) | (uint32_t{header[at + 1]} << 16) |
-               (uint32_t{header[at + 2]} << 8) | uint32_t{header[at + 3]};
+        return uint32_t{h[at]} << 24 | uint32_t{h[at + 1]} << 16 | uint32_t{h[at + 2]} << 8 |
+               uint32_t{h[at + 3]};
     };
     return {be(16), be(20)};
 }
 
-TEST_F(ProgramTest, DemoScreenshotsEveryStepWithoutADisplay) {
+// Splash watched to the end, a native ad shown and tapped, the rewarded video muted and watched
+// to the end, with a screenshot of each step and no display.
+TEST_F(ProgramTest, DemoWatchesEveryAdToTheEndAndEachBeaconGoesOutOnce) {
     const auto dir = cache_ / "shots";
-    auto r = run("demo --fast --json --screenshots " + dir.string(),
-                 "env -u DISPLAY -u WAYLAND_DISPLAY ");
-    ASSERT_EQ(r.status, 0) << r.raw;
-    ASSERT_FALSE(r.lines.empty());
-    const auto& summary = r.lines.back();
-    std::vector<std::string> listed = summary.value("screenshots", std::vector<std::string>{});
-    std::vector<std::string> expected;
+    auto r =
+        runLine("demo --fast --json --reward-mute-at 2 --screenshots " + dir.string(), kNoDisplay);
+    ASSERT_EQ(r.status, 0) << r.out;
+    const auto summary = r.lines().back();
+    EXPECT_TRUE(summary.value("ok", false)) << r.out;
+
+    EXPECT_EQ(events(r, "splash"), (Texts{"splashAdDidLoad", "countdown 5", "splashAdDidShow",
+                                          "countdown 4", "countdown 3", "countdown 2",
+                                          "countdown 1", "countdown 0", "splashAdTimeOver"}));
+    EXPECT_EQ(events(r, "native"), (Texts{"dataFlowAdManagerDidSuccessLoad", "nativeAdDidDidShow",
+                                          "nativeAdDidClickWithView"}));
+    EXPECT_EQ(events(r, "reward"),
+              (Texts{"rewardVideoAdManagerDidSuccessLoad", "rewardVideoAdManagerVideoDidLoad",
+                     "rewardVideoAdManagerDidShow", "rewardVideoAdManagerDidPlayFinish",
+                     "rewardVideoAdManagerDidClose"}));
+    EXPECT_EQ(events(r, "image").size(), 3u);  // the splash image, the native icon and image
+    const auto page = events(r, "page");
+    EXPECT_NE(std::find(page.begin(), page.end(), "end page"), page.end());
+    EXPECT_EQ(page.back(), "dismissed and released");
+
+    // The splash impression with the request's slot size in pixels; the native impression by
+    // POST with its body rewritten; one native click measured inside the container.
+    auto splash = beacons(r, "splash-demo", 1);
+    ASSERT_EQ(splash.size(), 1u);
+    EXPECT_TRUE(has(splash[0], "rw=750&rh=1334")) << splash[0];
+    EXPECT_TRUE(beacons(r, "splash-demo", 2).empty());
+    auto native = beacons(r, "native-demo", 1);
+    ASSERT_EQ(native.size(), 1u);
+    EXPECT_TRUE(has(native[0], "POST ") && has(native[0], R"("adId":"native-001")") &&
+                has(native[0], R"("rw":686)") && has(native[0], R"("w":343)"))
+        << native[0];
+    auto click = beacons(r, "native-demo", 2);
+    ASSERT_EQ(click.size(), 1u);
+    EXPECT_TRUE(has(click[0], "dx=171&dy=152")) << click[0];
+    for (int64_t type : {1, 31, 32, 33, 34, 35, 8, 41}) {
+        auto sent = beacons(r, "reward-demo", type);
+        ASSERT_EQ(sent.size(), 1u) << "track type " << type;
+        EXPECT_TRUE(has(sent[0], type == 1 ? "rw=750" : "vt=10&vb=0")) << sent[0];
+    }
+    EXPECT_TRUE(has(beacons(r, "reward-demo", 35)[0], "vet=10&vff=1&vlf=1"));
+    EXPECT_TRUE(beacons(r, "reward-demo", 36).empty());
+
+    Texts expected;
     for (const char* name : {"splash-5", "splash-4", "native", "video-playing", "end-page"})
         expected.push_back((dir / (std::string(name) + ".png")).string());
-    EXPECT_EQ(listed, expected);
-    for (const auto& path : expected) {
-        auto size = pngSize(path);
-        EXPECT_EQ(size.first, 750u) << path;  // 375x667 points at the screen scale, 2
-        EXPECT_EQ(size.second, 1334u) << path;
-    }
+    EXPECT_EQ(summary.value("screenshots", Texts{}), expected);
+    for (const auto& path : expected)  // 375x667 points at the screen scale, 2
+        EXPECT_EQ(pngSize(path), std::make_pair(750u, 1334u)) << path;
+}
+
+TEST_F(ProgramTest, DemoSkipsOrTapsWhenTold) {
+    auto skip = runLine("demo --fast --json --skip-at 3 --reward-skip-at 6");
+    ASSERT_EQ(skip.status, 0) << skip.out;
+    auto splash = events(skip, "splash");
+    ASSERT_GE(splash.size(), 2u);
+    EXPECT_EQ(splash.back(), "splashAdDidClickSkip");
+    EXPECT_EQ(splash[splash.size() - 2], "countdown 3");
+    auto reward = events(skip, "reward");
+    ASSERT_FALSE(reward.empty());
+    EXPECT_EQ(reward.back(), "rewardVideoAdManagerDidClickSkip");
+    EXPECT_EQ(std::count(reward.begin(), reward.end(), "rewardVideoAdManagerDidPlayFinish"), 0);
+    EXPECT_EQ(beacons(skip, "reward-demo", 36).size(), 1u);
+    EXPECT_TRUE(beacons(skip, "reward-demo", 35).empty());
+    EXPECT_TRUE(beacons(skip, "reward-demo", 8).empty());
+
+    auto tap = runLine("demo --fast --json --tap-at 4");
+    ASSERT_EQ(tap.status, 0) << tap.out;
+    auto tapped = events(tap, "splash");
+    EXPECT_EQ(tapped.back(), "splashAdDidClick");
+    EXPECT_EQ(std::count(tapped.begin(), tapped.end(), "splashAdTimeOver"), 0);
+    auto clicks = beacons(tap, "splash-demo", 2);
+    ASSERT_EQ(clicks.size(), 1u);
+    EXPECT_TRUE(has(clicks[0], "dx=187&dy=333")) << clicks[0];
+
+    // Without a display the window cannot open: a clear failure, not a hang or a crash.
+    EXPECT_EQ(runLine("demo --window", kNoDisplay).status, 1);
 }
 
 TEST_F(ProgramTest, RenderDrawsAnInterfaceFileAndRefusesBadOnes) {
     const std::string bundle =
         std::string(PELORA_SOURCE_DIR) + "/resources/PeloraSDKBundle.bundle/";
-    const auto out = cache_ / "splash.png";
-    EXPECT_EQ(run("render " + bundle + "PeloraSplashAdView.json --out " + out.string()).status, 0);
+    const auto out = (cache_ / "out.png").string();
+    EXPECT_EQ(runLine("render " + bundle + "PeloraSplashAdView.json --out " + out).status, 0);
     EXPECT_EQ(pngSize(out), std::make_pair(750u, 1334u));
-    const auto page = cache_ / "page.png";
-    EXPECT_EQ(run("render " + bundle + "PeloraVideoPlayerVC.json --scale 1 --show closeBtn --out " +
-                  page.string())
+    EXPECT_EQ(runLine("render " + bundle +
+                      "PeloraVideoPlayerVC.json --scale 1 --show closeBtn --out " + out)
                   .status,
               0);
-    EXPECT_EQ(pngSize(page), std::make_pair(375u, 667u));
+    EXPECT_EQ(pngSize(out), std::make_pair(375u, 667u));
+    std::filesystem::remove(out);
 
-    EXPECT_EQ(run("render " + bundle + "PeloraVideoPlayerVC.json --show nothingSuch --out " +
-                  (cache_ / "x.png").string())
-                  .status,
-              1);
-    EXPECT_EQ(run("render " + bundle + "missing.json --out " + (cache_ / "x.png").string()).status,
-              1);
     const auto broken = cache_ / "broken.json";
     std::ofstream(broken) << "{\"objects\": [";
-    EXPECT_EQ(run("render " + broken.string() + " --out " + (cache_ / "x.png").string()).status, 1);
-    EXPECT_FALSE(std::filesystem::exists(cache_ / "x.png"));
-    EXPECT_EQ(run("render " + bundle + "PeloraSplashAdView.json").status, 2) << "no --out";
-    EXPECT_EQ(run("render " + bundle + "PeloraSplashAdView.json --scale 0 --out a.png").status, 2);
+    for (const std::string& file : {bundle + "PeloraVideoPlayerVC.json --show nothingSuch",
+                                    bundle + "missing.json", broken.string()})
+        EXPECT_EQ(runLine("render " + file + " --out " + out).status, 1) << file;
+    EXPECT_FALSE(std::filesystem::exists(out));
 }
 
 class LoadProgramTest : public ProgramTest {
   protected:
     void SetUp() override {
         ProgramTest::SetUp();
-        if (IsSkipped()) return;
         ASSERT_TRUE(sandbox.start(pelora::sandbox::SandboxOptions{}));
     }
-    std::string load(const std::string& args) {
-        return "load --base-url " + sandbox.baseUrl() + " " + args;
+    pelora_program::Run load(const std::string& args) {
+        return runLine("load --base-url " + sandbox.baseUrl() + " " + args);
     }
     pelora::sandbox::Sandbox sandbox;
 };
 
-TEST_F(LoadProgramTest, SplashPrintsItsCallbacksAndStopsAfterTheLoad) {
-    auto r = run(load("--kind splash --slot splash-demo"));
-    ASSERT_EQ(r.status, 0) << r.raw;
-    ASSERT_EQ(r.lines.size(), 2u) << r.raw;
-    EXPECT_EQ(r.lines[0],
-              (nlohmann::json{{"callback", "splashAdDidLoad"}, {"adId", "splash-001"}}));
-    EXPECT_EQ(r.lines[1], (nlohmann::json{{"callback", "splashAdDidShow"}}));
-}
+TEST_F(LoadProgramTest, EachKindPrintsItsCallbacksAndStopsAfterTheLoad) {
+    auto splash = load("--kind splash --slot splash-demo");
+    ASSERT_EQ(splash.status, 0) << splash.out;
+    EXPECT_EQ(splash.lines(),
+              (std::vector<json>{{{"callback", "splashAdDidLoad"}, {"adId", "splash-001"}},
+                                 {{"callback", "splashAdDidShow"}}}));
 
-TEST_F(LoadProgramTest, NativeListsTheAdsInServerOrderWithTheSlotSize) {
-    auto r = run(load("--kind native --slot native-demo --width 600 --height 300"));
-    ASSERT_EQ(r.status, 0) << r.raw;
-    ASSERT_EQ(r.lines.size(), 1u);
-    EXPECT_EQ(r.lines[0]["callback"], "dataFlowAdManagerDidSuccessLoad");
-    EXPECT_EQ(r.lines[0]["ads"], (nlohmann::json{"native-001", "native-002", "native-003",
-                                                 "native-004", "native-005"}));
+    auto native = load("--kind native --slot native-demo --width 600 --height 300");
+    ASSERT_EQ(native.status, 0) << native.out;
+    ASSERT_EQ(native.lines().size(), 1u);
+    EXPECT_EQ(native.lines()[0]["callback"], "dataFlowAdManagerDidSuccessLoad");
+    EXPECT_EQ(native.lines()[0]["ads"],
+              json({"native-001", "native-002", "native-003", "native-004", "native-005"}));
     auto fetches = sandbox.fetchRecords();
-    ASSERT_EQ(fetches.size(), 1u);
-    auto body = nlohmann::json::parse(fetches[0].body, nullptr, false);
+    ASSERT_EQ(fetches.size(), 2u);
+    auto body = json::parse(fetches[1].body, nullptr, false);
     EXPECT_EQ(body["slot"]["width"], 600);
     EXPECT_EQ(body["slot"]["height"], 300);
-}
 
-TEST_F(LoadProgramTest, RewardDownloadsTheVideoAndNamesTheFile) {
-    auto r = run(load("--kind reward --slot reward-short"));
-    ASSERT_EQ(r.status, 0) << r.raw;
-    ASSERT_EQ(r.lines.size(), 2u) << r.raw;
-    EXPECT_EQ(r.lines[0]["callback"], "rewardVideoAdManagerDidSuccessLoad");
-    EXPECT_EQ(r.lines[0]["adId"], "reward-short-001");
-    EXPECT_EQ(r.lines[1]["callback"], "rewardVideoAdManagerVideoDidLoad");
-    const std::string path = r.lines[1]["path"];
+    auto reward = load("--kind reward --slot reward-short");
+    ASSERT_EQ(reward.status, 0) << reward.out;
+    auto lines = reward.lines();
+    ASSERT_EQ(lines.size(), 2u) << reward.out;
+    EXPECT_EQ(lines[0]["callback"], "rewardVideoAdManagerDidSuccessLoad");
+    EXPECT_EQ(lines[0]["adId"], "reward-short-001");
+    EXPECT_EQ(lines[1]["callback"], "rewardVideoAdManagerVideoDidLoad");
+    const std::string path = lines[1]["path"];
     EXPECT_EQ(path.rfind(cache_.string() + "/", 0), 0u) << path;
-    EXPECT_NE(path.find("/Pelora/reward-3s.mp4"), std::string::npos) << path;
+    EXPECT_TRUE(has(path, "/Pelora/reward-3s.mp4")) << path;
     EXPECT_EQ(std::filesystem::file_size(path),
               std::filesystem::file_size(std::string(PELORA_SOURCE_DIR) +
                                          "/tools/sandbox/creatives/reward-3s.mp4"));
-
-    auto streamed = run(load("--kind reward --slot reward-stream"));
-    ASSERT_EQ(streamed.status, 0) << streamed.raw;
-    ASSERT_EQ(streamed.lines.size(), 2u);
-    EXPECT_TRUE(streamed.lines[1]["path"].is_null());
-
-    auto novideo = run(load("--kind reward --slot reward-novideo-first"));
-    EXPECT_EQ(novideo.status, 1);
-    ASSERT_EQ(novideo.lines.size(), 1u);
-    EXPECT_EQ(novideo.lines[0],
-              (nlohmann::json{{"callback", "rewardVideoAdManagerDidFailWithError"},
-                              {"domain", "sdk.data.err"},
-                              {"code", -1}}));
+    auto streamed = load("--kind reward --slot reward-stream");
+    ASSERT_EQ(streamed.lines().size(), 2u) << streamed.out;
+    EXPECT_TRUE(streamed.lines()[1]["path"].is_null());
 }
 
+// Every failure slot of the sandbox, as the SDK reports it: one line and exit status 1.
 TEST_F(LoadProgramTest, FailuresPrintTheirDomainAndCodeAndExitOne) {
-    auto noads = run(load("--kind splash --slot fail-noads"));
-    EXPECT_EQ(noads.status, 1);
-    ASSERT_EQ(noads.lines.size(), 1u);
-    EXPECT_EQ(noads.lines[0], (nlohmann::json{{"callback", "splashAdDidFailWithError"},
-                                              {"domain", "sdk.data.error"},
-                                              {"code", -1}}));
-
-    auto native = run(load("--kind native --slot fail-noads"));
-    EXPECT_EQ(native.status, 1);
-    ASSERT_EQ(native.lines.size(), 1u);
-    EXPECT_EQ(native.lines[0]["domain"], "sdk.data.err");
-
-    auto server = run(load("--kind native --slot fail-500"));
-    EXPECT_EQ(server.status, 1);
-    ASSERT_EQ(server.lines.size(), 1u);
-    EXPECT_EQ(server.lines[0]["domain"], "NSURLErrorDomain");
-    EXPECT_EQ(server.lines[0]["code"], -1);
-
-    auto hung = run(load("--kind splash --slot fail-noanswer --timeout 1"));
-    EXPECT_EQ(hung.status, 1);
-    ASSERT_EQ(hung.lines.size(), 1u);
-    EXPECT_EQ(hung.lines[0], (nlohmann::json{{"callback", "splashAdDidFailWithError"},
-                                             {"domain", "NSURLErrorDomain"},
-                                             {"code", -1001}}));
-}
-
-TEST_F(LoadProgramTest, BadArgumentsExitTwo) {
-    EXPECT_EQ(run(load("--kind video --slot x")).status, 2);
-    EXPECT_EQ(run("load --kind splash --slot x").status, 2);
-    EXPECT_EQ(run(load("--kind native")).status, 2);
-    EXPECT_EQ(run(load("--kind native --slot x --width wide")).status, 2);
+    const std::pair<const char*, const char*> cases[] = {
+        {"splash --slot fail-noads", "splashAdDidFailWithError sdk.data.error -1"},
+        {"splash --slot fail-nodata", "splashAdDidFailWithError NSURLErrorDomain -1"},
+        {"splash --slot fail-empty", "splashAdDidFailWithError NSURLErrorDomain -1"},
+        {"splash --slot fail-malformed", "splashAdDidFailWithError NSURLErrorDomain -1"},
+        {"splash --slot fail-noanswer --timeout 1",
+         "splashAdDidFailWithError NSURLErrorDomain -1001"},
+        {"splash --slot fail-delay --timeout 1", "splashAdDidFailWithError NSURLErrorDomain -1001"},
+        {"native --slot fail-noads", "dataFlowAdManagerDidFailWithError sdk.data.err -1"},
+        {"native --slot fail-500", "dataFlowAdManagerDidFailWithError NSURLErrorDomain -1"},
+        {"reward --slot reward-novideo-first",
+         "rewardVideoAdManagerDidFailWithError sdk.data.err -1"}};
+    for (const auto& [args, expected] : cases) {
+        auto r = load(std::string("--kind ") + args);
+        EXPECT_EQ(r.status, 1) << args;
+        auto lines = r.lines();
+        ASSERT_EQ(lines.size(), 1u) << args << "\n" << r.out;
+        EXPECT_EQ(lines[0].value("callback", "") + " " + lines[0].value("domain", "") + " " +
+                      std::to_string(lines[0].value("code", 0)),
+                  expected)
+            << args;
+    }
 }
 
 }  // namespace

@@ -1,0 +1,203 @@
+// `pelora request`, `fetch`, `map`, `expand` and the escaping commands as a user runs them: the
+// built program's standard output and exit status and, for fetch, what a server received.
+// Every command's refusal of bad arguments is here too.
+
+#include <gtest/gtest.h>
+
+#include "AdAnswerFixtures.h"
+#include "LoopbackServer.h"
+#include "Program.h"
+
+namespace {
+
+using nlohmann::json;
+using pelora::testing::LoopbackResponse;
+using pelora::testing::LoopbackServer;
+using pelora::testing::TestTls;
+using pelora_program::run;
+using pelora_program::runLine;
+
+class Cli : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(std::filesystem::exists(pelora_program::path()))
+            << "build the pelora_cli target first";
+    }
+};
+
+TEST_F(Cli, RequestShowsTheSlotsRequestWithoutSending) {
+    auto r = run({"request", "--kind", "native", "--slot", "S-1", "--width", "600", "--height",
+                  "300", "--app-id", "app 1"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto j = r.json();
+    EXPECT_EQ(j.size(), 4u);
+    EXPECT_EQ(j["method"], "POST");
+    const std::string url = j["url"];
+    EXPECT_NE(url.find("/api/v1/advert/fetch?"), std::string::npos) << url;
+    EXPECT_NE(url.find("appId=app%201"), std::string::npos) << url;
+    EXPECT_EQ(j["headers"], json({{"Content-Type", "application/json"}}));
+    const json slot = R"({"slotId":"S-1","adType":5,"position":3,"width":600,"height":300})"_json;
+    for (const auto& [key, value] : slot.items()) EXPECT_EQ(j["body"]["slot"][key], value) << key;
+    EXPECT_EQ(j["body"]["appInfo"]["appId"], "app 1");
+    EXPECT_TRUE(j["body"]["device"].is_object());
+
+    // Splash and reward ask for the whole screen in pixels.
+    for (auto [kind, adType] : {std::pair{"splash", 0}, std::pair{"reward", 4}}) {
+        auto full = run({"request", "--kind", kind, "--slot", "S"}).json();
+        EXPECT_EQ(full["body"]["slot"]["adType"], adType) << kind;
+        EXPECT_EQ(full["body"]["slot"]["position"], 5) << kind;
+        EXPECT_EQ(full["body"]["slot"]["width"], 750) << kind;
+        EXPECT_EQ(full["body"]["slot"]["height"], 1334) << kind;
+        EXPECT_FALSE(full["body"]["appInfo"].contains("appId")) << kind;
+    }
+}
+
+TEST_F(Cli, BadArgumentsPrintUsageAndExitTwo) {
+    for (const char* line :
+         {"request",
+          "request --kind native",
+          "request --kind banner --slot S",
+          "request --kind splash --slot S --width 10",
+          "request --kind native --slot S --width wide",
+          "request --kind native --slot S --timeout 0",
+          "request --kind native --slot",
+          "request --kind native --slot S --base-url http://127.0.0.1:1",
+          "fetch --kind splash --slot S --base-url file:///etc",
+          "escape",
+          "escape a b",
+          "map",
+          "map a b",
+          "urlencode",
+          "expand",
+          "expand x __NOPE__=1",
+          "expand x __TS__=12abc",
+          "expand x __TS__",
+          "demo --skip-at 0",
+          "demo --skip-at 2 --tap-at 3",
+          "demo --tap-at soon",
+          "demo extra",
+          "demo --reward-skip-at 4",
+          "demo --reward-mute-at 0",
+          "demo --window --fast",
+          "load --kind video --slot x --base-url http://127.0.0.1:1",
+          "load --kind splash --slot x",
+          "load --kind native --base-url http://127.0.0.1:1",
+          "load --kind native --slot x --width wide --base-url http://127.0.0.1:1",
+          "render x.json",
+          "render x.json --scale 0 --out a.png"}) {
+        auto r = runLine(line);
+        EXPECT_EQ(r.status, 2) << line;
+        EXPECT_TRUE(r.out.empty()) << line;
+        const std::string command = std::string(line).substr(0, std::string(line).find(' '));
+        EXPECT_NE(r.err.find("usage: pelora " + command), std::string::npos) << line << r.err;
+    }
+}
+
+TEST_F(Cli, TextCommandsPrintJson) {
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::string out;
+    };
+    const Case cases[] = {
+        {{"escape", "a b&c=d:/?é"}, 0, R"("a%20b%26c%3Dd%3A/?%C3%A9")"},
+        {{"urlencode", "a b&c=\xC3\xA9"}, 0, R"("a%20b&c=%C3%A9")"},
+        {{"urldecode", "a+b%20c"}, 0, R"("a+b c")"},
+        {{"urldecode", "100%"}, 1, ""},
+        // Values narrowed to their field: 65535 is a 16-bit -1 (unset), 258 an 8-bit 2.
+        {{"expand",
+          "https://t/"
+          "x?dx=__DOWN_X__&uy=__UP_Y__&c=__CLICK_ID__&sc=__VIDEO_SCENE__&s=__VIDEO_STATUS__",
+          "__DOWN_X__=12", "__CLICK_ID__=a\"b", "__VIDEO_SCENE__=65535", "__VIDEO_STATUS__=258"},
+         0,
+         R"("https://t/x?dx=12&uy=-999&c=a\"b&sc=__VIDEO_SCENE__&s=2")"}};
+    for (const auto& c : cases) {
+        auto r = run(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args[1];
+        EXPECT_EQ(r.out, c.out.empty() ? "" : c.out + "\n") << c.args[1];
+    }
+}
+
+TEST_F(Cli, MapPrintsTheMappedAnswerOrSaysWhyNot) {
+    const auto file = std::filesystem::temp_directory_path() /
+                      ("pelora-cli-map-" + std::to_string(::getpid()) + ".json");
+    std::ofstream(file, std::ios::binary) << pelora::fixtures::adAnswer(3);
+    auto fromFile = run({"map", file.string()});
+    std::filesystem::remove(file);
+    ASSERT_EQ(fromFile.status, 0) << fromFile.err;
+    const auto out = fromFile.json();
+    ASSERT_EQ(out["data"]["ads"].size(), 3u);
+    EXPECT_EQ(out["data"]["ads"][0]["trackUrls"], json::array());
+    EXPECT_EQ(out["data"]["ads"][0]["adTrackVO"].size(), 13u);
+    EXPECT_EQ(out["code"], 0);
+    // Standard input, coercions applied, unknown keys gone, absent text left out.
+    auto piped =
+        run({"map", "-"}, R"({"code":"5","extra":1,"data":{"ads":[{"adId":7,"icons":[1]}]}})");
+    ASSERT_EQ(piped.status, 0) << piped.err;
+    const auto ad = piped.json()["data"]["ads"][0];
+    EXPECT_EQ(ad["adId"], "7");
+    EXPECT_EQ(ad["icons"], json::array());
+    EXPECT_FALSE(ad.contains("title"));
+    EXPECT_FALSE(piped.json().contains("extra"));
+    EXPECT_EQ(piped.json()["code"], 5);
+
+    for (auto [input, why] :
+         {std::pair{"[{\"code\":0}]", "not an object"}, std::pair{"{\"code\":", "JSON"}}) {
+        auto refused = run({"map", "-"}, input);
+        EXPECT_EQ(refused.status, 1) << input;
+        EXPECT_TRUE(refused.out.empty()) << input;
+        EXPECT_NE(refused.err.find(why), std::string::npos) << refused.err;
+    }
+    EXPECT_EQ(run({"map", file.string()}).status, 1) << "the file is gone";
+}
+
+TEST_F(Cli, FetchSendsToTheGivenServerAndPrintsTheResult) {
+    LoopbackServer server;
+    server.on("/api/v1/advert/fetch",
+              LoopbackResponse::json(
+                  R"({"code":0,"data":{"reqId":"R","ads":[{"adId":"a1","title":"T"}]}})"));
+    auto r = runLine("fetch --kind native --slot N --width 300 --height 250 --base-url " +
+                     server.baseUrl());
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto j = r.json();
+    EXPECT_EQ(j["code"], 0);
+    EXPECT_TRUE(j["message"].is_null());
+    ASSERT_EQ(j["payload"]["ads"].size(), 1u);
+    EXPECT_EQ(j["payload"]["ads"][0]["adId"], "a1");
+    auto got = server.requestsTo("/api/v1/advert/fetch");
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].method, "POST");
+    auto body = json::parse(got[0].body);
+    EXPECT_EQ(body["slot"]["slotId"], "N");
+    EXPECT_EQ(body["slot"]["width"], 300);
+
+    // An answer without a payload, then no server at all: JSON on stdout and exit 1.
+    server.on("/api/v1/advert/fetch", LoopbackResponse::json(R"({"code":1})"));
+    auto empty = runLine("fetch --kind splash --slot S --base-url " + server.baseUrl() + "/");
+    EXPECT_EQ(empty.status, 1) << empty.err;
+    EXPECT_EQ(empty.json(), R"({"code":-1,"message":null,"payload":null})"_json);
+    auto nobody = runLine("fetch --kind splash --slot S --timeout 1 --base-url http://127.0.0.1:" +
+                          std::to_string(LoopbackServer::unusedPort()));
+    EXPECT_EQ(nobody.status, 1);
+    EXPECT_EQ(nobody.json()["code"], -1004);
+    EXPECT_TRUE(nobody.json()["message"].is_string());
+}
+
+TEST_F(Cli, FetchOverHttpsTrustsTheNamedAuthorityOnly) {
+    LoopbackServer server(
+        LoopbackServer::Options{2, TestTls::certificateFile(), TestTls::keyFile()});
+    server.on("/api/v1/advert/fetch", LoopbackResponse::json(R"({"code":0,"data":{"ads":[]}})"));
+    const std::string fetch = "fetch --kind splash --slot S --base-url " + server.baseUrl();
+    auto trusted = runLine(fetch + " --ca-file " + TestTls::authorityFile());
+    EXPECT_EQ(trusted.status, 0) << trusted.err;
+    EXPECT_EQ(trusted.json()["code"], 0);
+    auto untrusted = runLine(fetch);
+    EXPECT_EQ(untrusted.status, 1);
+    EXPECT_EQ(untrusted.json()["code"], -1202);
+    EXPECT_EQ(server.requestsTo("/api/v1/advert/fetch").size(), 1u);
+    auto missing = runLine(fetch + " --ca-file /nonexistent/ca.pem");
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_NE(missing.err.find("--ca-file"), std::string::npos) << missing.err;
+}
+
+}  // namespace
