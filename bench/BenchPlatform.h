@@ -23,17 +23,24 @@ namespace bench {
 enum class Network { None, Loopback };
 
 // Returns the main run loop. `Loopback` adds the libcurl sessions and runs on the system
-// clock; `None` stays on a manual clock. The first call decides for the whole program.
-inline std::shared_ptr<pelora::platform::RunLoop> installBenchPlatform(Network network) {
+// clock; `None` stays on a manual clock. The first call decides the services for the whole
+// program; each call installs them with its SDK options.
+inline std::shared_ptr<pelora::platform::RunLoop> installBenchPlatform(
+    Network network, pelora::platform::SdkOptions options = {}) {
     static std::shared_ptr<pelora::platform::RunLoop> loop;
-    if (loop) return loop;
+    static pelora::platform::Services s;
+    if (loop) {
+        s.options = std::move(options);
+        pelora::platform::installServices(s);
+        return loop;
+    }
+    s.options = std::move(options);
     std::shared_ptr<pelora::platform::Clock> clock;
     if (network == Network::Loopback) {
         clock = std::make_shared<pelora::platform::SystemClock>();
     } else {
         clock = std::make_shared<pelora::testing::ManualClock>();
     }
-    pelora::platform::Services s;
     s.clock = clock;
     loop = std::make_shared<pelora::desktop::EventRunLoop>(clock);
     s.mainRunLoop = loop;

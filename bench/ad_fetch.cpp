@@ -54,11 +54,16 @@ Server& server() {
     return *s;
 }
 
+pelora::platform::SdkOptions localServer() {
+    pelora::platform::SdkOptions options;
+    options.serverOrigin = "http://127.0.0.1:" + std::to_string(server().port);
+    return options;
+}
+
 // One ad fetch through the SDK, waited for on the main run loop.
 class SdkFetch {
   public:
-    SdkFetch() : loop_(bench::installBenchPlatform(bench::Network::Loopback)) {
-        PeloraConstConfig::setBaseUrlOverride("http://127.0.0.1:" + std::to_string(server().port));
+    SdkFetch() : loop_(bench::installBenchPlatform(bench::Network::Loopback, localServer())) {
         url_ = PeloraConstConfig::urlfetchAd();
     }
     // False when no completion came within 5 s; a completion without the one ad counts as a
@@ -96,8 +101,7 @@ size_t collect(char* data, size_t size, size_t count, void* out) {
 class BareFetch {
   public:
     BareFetch() {
-        bench::installBenchPlatform(bench::Network::Loopback);
-        PeloraConstConfig::setBaseUrlOverride("http://127.0.0.1:" + std::to_string(server().port));
+        bench::installBenchPlatform(bench::Network::Loopback, localServer());
         auto query = PeloraUrlQuery::init();
         auto body = PeloraReqBody::init();
         body->slot->width = 640;

@@ -86,11 +86,10 @@ int runChild(const std::string& spec) {
     const int port = http.bind_to_any_port("127.0.0.1");
     std::thread serving([&] { http.listen_after_bind(); });
 
-    auto loop = bench::installBenchPlatform(bench::Network::Loopback);
-    PeloraConstConfig::Limits limits;
-    limits.answerBytes = endless ? static_cast<uint64_t>(size) : answer.size() + 1;
-    PeloraConstConfig::setLimits(limits);
-    PeloraConstConfig::setBaseUrlOverride("http://127.0.0.1:" + std::to_string(port));
+    pelora::platform::SdkOptions options;
+    options.limits.answerBytes = endless ? static_cast<uint64_t>(size) : answer.size() + 1;
+    options.serverOrigin = "http://127.0.0.1:" + std::to_string(port);
+    auto loop = bench::installBenchPlatform(bench::Network::Loopback, options);
 
     auto load = [&](int64_t* code) {
         auto body = PeloraReqBody::init();

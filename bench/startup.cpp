@@ -39,9 +39,9 @@ void BM_SetAppIDToFirstAdRequest(benchmark::State& state) {
     pelora::desktop::DesktopOptions options;
     options.cachesDirectory = "/tmp/pelora-bench-startup";
     options.bundleInfo = {{pelora::platform::kCFBundleIdentifier, "com.example.startup"}};
+    options.sdk.serverOrigin = server.baseUrl();
     auto services = pelora::desktop::installDesktopPlatform(options);
     pelora::platform::setLogSink([](pelora::platform::LogLevel, std::string_view) {});
-    PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
     auto& loop = *services.mainRunLoop;
 
     for (auto _ : state) {

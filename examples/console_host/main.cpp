@@ -165,19 +165,21 @@ int main(int argc, char** argv) {
                           {"CFBundleIdentifier", "com.example.consolehost"},
                           {"CFBundleShortVersionString", "1.0.0"},
                           {"CFBundleVersion", "1"}};
-    auto services = pelora::desktop::installDesktopPlatform(options);
-
-    PeloraSDKManager::setAppID("console-host-example");
     // [doc:end]
     // [doc:limits]
     // What one ad load may cost: bodies past these limits fail with -1103 as they arrive.
-    PeloraConstConfig::Limits limits = PeloraConstConfig::limits();
-    limits.answerBytes = 512 * 1024;          // an ad answer or a tracking reply (1 MiB)
-    limits.imageBytes = 8 * 1024 * 1024;      // one image (16 MiB)
-    limits.videoBytes = 64ull * 1024 * 1024;  // one video file, on disk (256 MiB)
-    PeloraConstConfig::setLimits(limits);
+    options.sdk.limits.answerBytes = 512 * 1024;      // an ad answer or a tracking reply (1 MiB)
+    options.sdk.limits.imageBytes = 8 * 1024 * 1024;  // one image (16 MiB)
+    options.sdk.limits.videoBytes = 64ull * 1024 * 1024;  // one video file, on disk (256 MiB)
     // [doc:end]
-    PeloraConstConfig::setBaseUrlOverride(sandbox.url);
+    // [doc:server]
+    // A sandbox or staging server in place of the ad server.
+    options.sdk.serverOrigin = sandbox.url;
+    // [doc:end]
+    // [doc:install]
+    auto services = pelora::desktop::installDesktopPlatform(options);
+    PeloraSDKManager::setAppID("console-host-example");
+    // [doc:end]
     auto& loop = *services.mainRunLoop;
     auto waitFor = [&](const std::function<bool()>& done, double seconds) {
         return loop.runUntil(done, loop.clock().monotonicSeconds() + seconds);

@@ -62,8 +62,8 @@ class SplashListener : public PeloraSplashAdViewDelegate {
 int main(int argc, char** argv) {
     pelora::desktop::DesktopOptions options;
     options.screenScale = 3;
+    if (argc > 1) options.sdk.serverOrigin = std::string(argv[1]);
     auto services = pelora::desktop::installDesktopPlatform(options);
-    if (argc > 1) PeloraConstConfig::setBaseUrlOverride(std::string(argv[1]));
     PeloraSDKManager::setAppID("engine-sample");
 
     // The ad lives in a window of its own that the engine never shows directly.

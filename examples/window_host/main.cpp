@@ -51,8 +51,9 @@ class LaunchScreen : public PeloraSplashAdViewDelegate {
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto services = pelora::desktop::installDesktopPlatform();
-    if (argc > 1) PeloraConstConfig::setBaseUrlOverride(std::string(argv[1]));
+    pelora::desktop::DesktopOptions options;
+    if (argc > 1) options.sdk.serverOrigin = std::string(argv[1]);
+    auto services = pelora::desktop::installDesktopPlatform(options);
     PeloraSDKManager::setAppID("window-host-example");
 
     auto window = std::make_shared<pelora::ui::Window>(services.device->screenBounds());

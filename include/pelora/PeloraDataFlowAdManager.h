@@ -42,11 +42,18 @@ class PELORA_EXPORT PeloraDataFlowAdManagerDelegate {
         const pelora::platform::Error& /*error*/) {}
 };
 
-class PELORA_EXPORT PeloraDataFlowAdManager
-    : public PeloraConfig,
-      public std::enable_shared_from_this<PeloraDataFlowAdManager> {
+class PeloraDataFlowAdManagerImpl;
+
+class PELORA_EXPORT PeloraDataFlowAdManager final
+    : public std::enable_shared_from_this<PeloraDataFlowAdManager> {
+    struct PrivateTag {};
+
   public:
-    PeloraDataFlowAdManager() : PeloraConfig("PeloraDataFlowAdManager") {}
+    // Made by initWithSlot() (or the inert init()) only.
+    explicit PeloraDataFlowAdManager(PrivateTag);
+    ~PeloraDataFlowAdManager();
+    PeloraDataFlowAdManager(const PeloraDataFlowAdManager&) = delete;
+    PeloraDataFlowAdManager& operator=(const PeloraDataFlowAdManager&) = delete;
 
     // The manager for one slot.
     static std::shared_ptr<PeloraDataFlowAdManager> initWithSlot(
@@ -54,17 +61,14 @@ class PELORA_EXPORT PeloraDataFlowAdManager
     // Deliberately inert: no slot, no set-up. Not a way to make a working manager.
     static std::shared_ptr<PeloraDataFlowAdManager> init();
 
-    const std::shared_ptr<PeloraDataFlowSlot>& adSlot() const { return adSlot_; }
-    std::shared_ptr<PeloraDataFlowAdManagerDelegate> delegate() const { return delegate_.lock(); }
-    void setDelegate(const std::shared_ptr<PeloraDataFlowAdManagerDelegate>& delegate) {
-        delegate_ = delegate;
-    }
+    const std::shared_ptr<PeloraDataFlowSlot>& adSlot() const;
+    std::shared_ptr<PeloraDataFlowAdManagerDelegate> delegate() const;
+    void setDelegate(const std::shared_ptr<PeloraDataFlowAdManagerDelegate>& delegate);
 
     // Starts one fetch; its result arrives through exactly one delegate callback, unless the
     // manager is released first. Loads may overlap and each reports on its own.
     void loadAdData();
 
   private:
-    std::shared_ptr<PeloraDataFlowSlot> adSlot_;
-    std::weak_ptr<PeloraDataFlowAdManagerDelegate> delegate_;
+    std::unique_ptr<PeloraDataFlowAdManagerImpl> impl_;
 };

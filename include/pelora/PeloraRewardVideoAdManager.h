@@ -20,10 +20,7 @@
 #include "pelora/platform/Http.h"
 #include "pelora/ui/ViewController.h"
 
-class PeloraAdCache;
-class PeloraFileDownloader;
-class PeloraPluginStatusStore;
-class PeloraVideoPlayerVC;
+class PeloraRewardVideoAdManagerInternal;
 
 // The slot the host asks a rewarded video for.
 struct PELORA_EXPORT PeloraRewardVideoSlot {
@@ -71,11 +68,16 @@ class PELORA_EXPORT PeloraRewardVideoAdManagerDelegate {
 // The host's handle on one rewarded video slot. Keep it alive while a load or a showing is
 // under way: completions and the page's events hold it weakly, and once it is gone the page
 // plays on but nobody hears of it.
-class PELORA_EXPORT PeloraRewardVideoAdManager
-    : public PeloraConfig,
-      public std::enable_shared_from_this<PeloraRewardVideoAdManager> {
+class PELORA_EXPORT PeloraRewardVideoAdManager final
+    : public std::enable_shared_from_this<PeloraRewardVideoAdManager> {
+    struct PrivateTag {};
+
   public:
-    ~PeloraRewardVideoAdManager() override;
+    // Made by initWithSlot() (or the inert init()) only.
+    explicit PeloraRewardVideoAdManager(PrivateTag);
+    ~PeloraRewardVideoAdManager();
+    PeloraRewardVideoAdManager(const PeloraRewardVideoAdManager&) = delete;
+    PeloraRewardVideoAdManager& operator=(const PeloraRewardVideoAdManager&) = delete;
 
     // The manager for one slot, with auto-play on.
     static std::shared_ptr<PeloraRewardVideoAdManager> initWithSlot(
@@ -84,24 +86,16 @@ class PELORA_EXPORT PeloraRewardVideoAdManager
     // manager.
     static std::shared_ptr<PeloraRewardVideoAdManager> init();
 
-    std::shared_ptr<PeloraRewardVideoAdManagerDelegate> delegate() const {
-        return delegate_.lock();
-    }
-    void setDelegate(const std::shared_ptr<PeloraRewardVideoAdManagerDelegate>& delegate) {
-        delegate_ = delegate;
-    }
+    std::shared_ptr<PeloraRewardVideoAdManagerDelegate> delegate() const;
+    void setDelegate(const std::shared_ptr<PeloraRewardVideoAdManagerDelegate>& delegate);
     // When off, the video waits for a tap on the play button.
-    bool autoPlay() const { return autoPlay_; }
-    void setAutoPlay(bool autoPlay) { autoPlay_ = autoPlay; }
-    const std::shared_ptr<PeloraRewardVideoSlot>& adSlot() const { return adSlot_; }
-    void setAdSlot(std::shared_ptr<PeloraRewardVideoSlot> slot) { adSlot_ = std::move(slot); }
+    bool autoPlay() const;
+    void setAutoPlay(bool autoPlay);
+    const std::shared_ptr<PeloraRewardVideoSlot>& adSlot() const;
+    void setAdSlot(std::shared_ptr<PeloraRewardVideoSlot> slot);
     // The controller the page was last presented from.
-    std::shared_ptr<pelora::ui::ViewController> rootViewController() const {
-        return rootViewController_.lock();
-    }
-    void setRootViewController(const std::shared_ptr<pelora::ui::ViewController>& controller) {
-        rootViewController_ = controller;
-    }
+    std::shared_ptr<pelora::ui::ViewController> rootViewController() const;
+    void setRootViewController(const std::shared_ptr<pelora::ui::ViewController>& controller);
 
     // Starts one fetch; the outcome arrives through the delegate.
     void loadAdData();
@@ -113,20 +107,12 @@ class PELORA_EXPORT PeloraRewardVideoAdManager
         const std::shared_ptr<pelora::ui::ViewController>& controller);
 
     // What was chosen, for hosts that show details before the video (title, cover).
-    const std::shared_ptr<PeloraNativeAd>& toShowAd() const { return toShowAd_; }
-    const std::shared_ptr<PeloraRespVideoObject>& toShowVideo() const { return toShowVideo_; }
+    const std::shared_ptr<PeloraNativeAd>& toShowAd() const;
+    const std::shared_ptr<PeloraRespVideoObject>& toShowVideo() const;
     // The local path of the chosen video's downloaded file, when there is one.
     std::optional<std::string> cachedVideoPath() const;
 
-  protected:
-    // Only the SDK makes managers (initWithSlot); the class that does the work lives inside
-    // the SDK.
-    PeloraRewardVideoAdManager() : PeloraConfig("PeloraRewardVideoAdManager") {}
-
-    std::weak_ptr<PeloraRewardVideoAdManagerDelegate> delegate_;
-    std::weak_ptr<pelora::ui::ViewController> rootViewController_;
-    bool autoPlay_ = false;
-    std::shared_ptr<PeloraRewardVideoSlot> adSlot_;
-    std::shared_ptr<PeloraNativeAd> toShowAd_;
-    std::shared_ptr<PeloraRespVideoObject> toShowVideo_;
+  private:
+    friend class PeloraRewardVideoAdManagerInternal;
+    std::shared_ptr<PeloraRewardVideoAdManagerInternal> impl_;
 };

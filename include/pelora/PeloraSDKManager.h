@@ -6,6 +6,7 @@
 #include <string>
 
 #include "pelora/platform/Export.h"
+#include "pelora/platform/Services.h"
 
 class PeloraNetReachable;
 struct PeloraUrlQuery;
@@ -55,6 +56,14 @@ class PELORA_EXPORT PeloraSDKManager : public std::enable_shared_from_this<Pelor
         reachable_ = std::move(reachable);
     }
 
+    // Stops the SDK: every HTTP exchange is cancelled and the sessions' threads joined, the
+    // reachability monitor stopped, the cached resource bundle and video cache index dropped,
+    // and the singleton (with its application id) released. Call on the main thread, after
+    // releasing your ad objects; a completion already queued on the main run loop still runs,
+    // with a cancelled error. The SDK starts afresh on the next call, from the services then
+    // installed (so a host can shut down, install other options, and go on).
+    static void shutdown();
+
     // Deliberately inert: a manager made this way has no monitor and no id, so the singleton
     // cannot be duplicated in working order. SDK code always goes through shareManager().
     static std::shared_ptr<PeloraSDKManager> init();
@@ -67,74 +76,17 @@ class PELORA_EXPORT PeloraSDKManager : public std::enable_shared_from_this<Pelor
     std::optional<std::string> appID_;
 };
 
-// The ad server's address. The origin is compiled in; tools and tests may point the SDK at
-// a local server with setBaseUrlOverride().
+// The ad server's address and the SDK's limits, as the installed platform's options give them
+// (pelora::platform::SdkOptions: set them when installing the platform).
 class PELORA_EXPORT PeloraConstConfig {
   public:
     PeloraConstConfig() = delete;
-    // Scheme plus host, no trailing slash.
+    // Scheme plus host, no trailing slash: the options' server origin, else the compiled-in one.
     static std::string baseUrl();
     // baseUrl() + "/api/v1/advert/fetch", concatenated as is.
     static std::string urlfetchAd();
-    // An empty optional restores the compiled-in origin. Set it before loading ads; it is
-    // not meant to change while requests are being built on other threads.
-    static void setBaseUrlOverride(std::optional<std::string> origin);
 
-    // Where the SDK's resource bundle ("PeloraSDKBundle.bundle": interface files, button
-    // artwork) is, as a path to the bundle directory itself. Without one the SDK looks beside
-    // the host's executable (its main bundle), then where the SDK was installed
-    // (<prefix>/share/pelora). A missing bundle is logged once; the views that need it are
-    // then not made (initWithSlotID returns null).
-    static void setResourceBundlePath(std::optional<std::string> path);
-
-    // The most one exchange may bring in. A body past its bound is cut off as it arrives and
-    // the exchange fails with the transport's "data length exceeds maximum" error (-1103), so
-    // a broken or hostile server cannot make one ad load cost more than a small multiple of
-    // these in memory (answers and images are held in memory, videos go to a file).
-    struct Limits {
-        uint64_t answerBytes = 1024 * 1024;          // an ad answer, a tracking reply
-        uint64_t imageBytes = 16 * 1024 * 1024;      // one image
-        uint64_t videoBytes = 256ull * 1024 * 1024;  // one video file, on disk
-    };
-    // Set before loading ads: the SDK's two HTTP sessions take the limits when they are
-    // made, on the first exchange of each, and keep them.
-    static void setLimits(const Limits& limits);
+    using Limits = pelora::platform::Limits;
+    // The installed options' limits (the defaults before any platform is installed).
     static Limits limits();
-};
-
-// Base of the loader objects. init() fills defaults through configInit(); the other hooks
-// are empty and exist to be overridden. Destruction writes "dealloc: <class name>" to the
-// log, which is how leaks of loaders show up in the field.
-class PELORA_EXPORT PeloraConfig {
-  public:
-    virtual ~PeloraConfig();
-    PeloraConfig(const PeloraConfig&) = delete;
-    PeloraConfig& operator=(const PeloraConfig&) = delete;
-
-    static std::shared_ptr<PeloraConfig> init();
-    // Construct a subclass and run its configInit(), the pattern every loader follows.
-    template <class T, class... Args>
-    static std::shared_ptr<T> initAs(Args&&... args) {
-        auto object = std::make_shared<T>(std::forward<Args>(args)...);
-        object->configInit();
-        return object;
-    }
-
-    virtual void configInit() {}
-    virtual void requestData() {}
-    virtual void requestQuery(std::shared_ptr<PeloraUrlQuery> query,
-                              std::shared_ptr<PeloraReqBody> body) {
-        (void)query;
-        (void)body;
-    }
-
-    const std::string& className() const { return className_; }
-
-  protected:
-    // Subclasses pass their own class name: the destructor of the base cannot ask for it.
-    explicit PeloraConfig(std::string className = "PeloraConfig")
-        : className_(std::move(className)) {}
-
-  private:
-    std::string className_;
 };

@@ -43,8 +43,14 @@ class PELORA_EXPORT PeloraSplashAdViewDelegate {
     virtual void splashAdTimeOver(std::shared_ptr<PeloraSplashAdView> /*splashAd*/) {}
 };
 
-class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View {
+class PeloraSplashAdViewInternal;
+
+class PELORA_EXPORT PeloraSplashAdView final : public pelora::ui::View {
+    struct PrivateTag {};
+
   public:
+    // Made by initWithSlotID() (or initWithFrame()) only.
+    PeloraSplashAdView(PrivateTag, pelora::platform::Rect frame);
     ~PeloraSplashAdView() override;
 
     // Loads the interface file "PeloraSplashAdView" from the SDK's resource bundle and sets
@@ -61,53 +67,37 @@ class PELORA_EXPORT PeloraSplashAdView : public pelora::ui::View {
     void loadAdData();
 
     // --- properties ----------------------------------------------------------------------
-    const std::optional<std::string>& slotID() const { return slotID_; }
-    void setSlotID(std::optional<std::string> slotID) { slotID_ = std::move(slotID); }
+    const std::optional<std::string>& slotID() const;
+    void setSlotID(std::optional<std::string> slotID);
     // Seconds; truncated to whole seconds when the load starts (2.9 gives 2).
-    double tolerateTimeout() const { return tolerateTimeout_; }
-    void setTolerateTimeout(double seconds) { tolerateTimeout_ = seconds; }
-    std::shared_ptr<PeloraSplashAdViewDelegate> delegate() const { return delegate_.lock(); }
-    void setDelegate(const std::shared_ptr<PeloraSplashAdViewDelegate>& delegate) {
-        delegate_ = delegate;
-    }
+    double tolerateTimeout() const;
+    void setTolerateTimeout(double seconds);
+    std::shared_ptr<PeloraSplashAdViewDelegate> delegate() const;
+    void setDelegate(const std::shared_ptr<PeloraSplashAdViewDelegate>& delegate);
     // The controller click destinations (landing pages) are presented from; held weakly.
-    std::shared_ptr<pelora::ui::ViewController> rootViewController() const {
-        return rootViewController_.lock();
-    }
-    void setRootViewController(const std::shared_ptr<pelora::ui::ViewController>& controller) {
-        rootViewController_ = controller;
-    }
-    bool hideSkipButton() const { return hideSkipButton_; }
+    std::shared_ptr<pelora::ui::ViewController> rootViewController() const;
+    void setRootViewController(const std::shared_ptr<pelora::ui::ViewController>& controller);
+    bool hideSkipButton() const;
     // Hides or shows the countdown label, the skip button and their container together.
     void setHideSkipButton(bool hide);
-    int64_t countDown() const { return countDown_; }
-    void setCountDown(int64_t seconds) { countDown_ = seconds; }
+    int64_t countDown() const;
+    void setCountDown(int64_t seconds);
     // The ad the view shows (after splashAdDidLoad), read-only; null before.
     std::shared_ptr<const PeloraApiAd> adData() const;
 
     // Sub-views from the interface file (owned by the view tree).
-    std::shared_ptr<pelora::ui::ImageView> imageV() const { return imageV_.lock(); }
-    std::shared_ptr<pelora::ui::Label> titleL() const { return titleL_.lock(); }
-    std::shared_ptr<pelora::ui::Label> countL() const { return countL_.lock(); }
-    std::shared_ptr<pelora::ui::Button> skipBtn() const { return skipBtn_.lock(); }
-    std::shared_ptr<pelora::ui::View> skipCV() const { return skipCV_.lock(); }
+    std::shared_ptr<pelora::ui::ImageView> imageV() const;
+    std::shared_ptr<pelora::ui::Label> titleL() const;
+    std::shared_ptr<pelora::ui::Label> countL() const;
+    std::shared_ptr<pelora::ui::Button> skipBtn() const;
+    std::shared_ptr<pelora::ui::View> skipCV() const;
 
-  protected:
-    // Only the SDK makes splash views (initWithSlotID); the class that does the work lives
-    // inside the SDK.
-    PeloraSplashAdView();
-    explicit PeloraSplashAdView(pelora::platform::Rect frame);
+    // --- interface file (called by the loader) -------------------------------------------
+    void awakeFromNib() override;
+    void setOutlet(const std::string& name, std::shared_ptr<pelora::ui::View> view) override;
+    std::string describeDetails() const override;
 
-    std::optional<std::string> slotID_;
-    double tolerateTimeout_ = 0;
-    std::weak_ptr<PeloraSplashAdViewDelegate> delegate_;
-    std::weak_ptr<pelora::ui::ViewController> rootViewController_;
-    bool hideSkipButton_ = false;
-    int64_t countDown_ = 0;
-
-    std::weak_ptr<pelora::ui::ImageView> imageV_;
-    std::weak_ptr<pelora::ui::Label> titleL_;
-    std::weak_ptr<pelora::ui::Label> countL_;
-    std::weak_ptr<pelora::ui::Button> skipBtn_;
-    std::weak_ptr<pelora::ui::View> skipCV_;
+  private:
+    friend class PeloraSplashAdViewInternal;
+    std::shared_ptr<PeloraSplashAdViewInternal> impl_;
 };

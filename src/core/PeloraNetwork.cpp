@@ -21,8 +21,8 @@ using pelora::platform::Error;
 using pelora::platform::HttpRequest;
 using pelora::platform::HttpResponse;
 
-// Created on first use from the main thread, kept for the life of the process. Held through
-// a pointer that is never freed so that no exit-time destructor joins a session thread.
+// Created on first use from the main thread, kept until the SDK shuts down. Held through a
+// pointer that is never freed so that no exit-time destructor joins a session thread.
 std::shared_ptr<PeloraCoreSessionManager>& apiSessionSlot() {
     static auto* slot = new std::shared_ptr<PeloraCoreSessionManager>();
     return *slot;
@@ -195,9 +195,11 @@ std::shared_ptr<PeloraCoreSessionManager> PeloraNetwork::fileSession() {
     return slot;
 }
 
-void PeloraNetwork::resetSessionsForTesting() {
-    apiSessionSlot().reset();
-    fileSessionSlot().reset();
+void PeloraNetwork::shutdownSessions() {
+    for (auto* slot : {&apiSessionSlot(), &fileSessionSlot()}) {
+        if (*slot && (*slot)->session()) (*slot)->session()->invalidateAndCancel();
+        slot->reset();
+    }
 }
 
 // ---- PeloraNetwork: query encoding ---------------------------------------------------------

@@ -119,9 +119,10 @@ class PeloraNetwork {
     static std::shared_ptr<PeloraRespData> mapAdFetchAnswer(std::string_view body, int64_t slotW,
                                                             int64_t slotH);
 
-    // TEST ONLY: drop both shared sessions so the next exchange creates them on the services
-    // installed now. Production code never calls this: the sessions live for the process.
-    static void resetSessionsForTesting();
+    // Cancels every exchange of both shared sessions and releases them, joining their threads;
+    // the next exchange makes new ones on the services installed then. Part of the SDK's
+    // shutdown; on the main thread.
+    static void shutdownSessions();
 
     // Appends an encoded query to a URL text: "&" when it already has a query, "?" otherwise.
     static std::string appendQuery(const std::string& url, const std::string& query);

@@ -3,10 +3,14 @@
 #include <mutex>
 
 #include "core/PeloraAppExt.h"
+#include "core/PeloraConfig.h"
+#include "core/PeloraNetwork.h"
 #include "pelora/PeloraNetReachable.h"
 #include "pelora/platform/Device.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
+#include "reward/PeloraAdCache.h"
+#include "support/PeloraResourceBundle.h"
 #include "support/PeloraThreadCheck.h"
 
 #ifndef PELORA_BASE_URL
@@ -25,29 +29,9 @@ std::shared_ptr<PeloraSDKManager>& sharedInstance() {
     return *instance;
 }
 
-std::once_flag& sharedOnce() {
-    static std::once_flag once;
-    return once;
-}
-
 std::mutex& sharedLock() {
     static std::mutex lock;
     return lock;
-}
-
-std::mutex& baseUrlLock() {
-    static std::mutex lock;
-    return lock;
-}
-
-PeloraConstConfig::Limits& currentLimits() {
-    static PeloraConstConfig::Limits limits;
-    return limits;
-}
-
-std::optional<std::string>& baseUrlOverride() {
-    static std::optional<std::string> origin;
-    return origin;
 }
 
 std::optional<std::string> infoValue(const char* key) {
@@ -62,12 +46,9 @@ std::optional<std::string> infoValue(const char* key) {
 // ---- PeloraSDKManager ------------------------------------------------------------------
 
 std::shared_ptr<PeloraSDKManager> PeloraSDKManager::shareManager() {
-    // The once-guard alone would do; the inner lock keeps creation safe even if the guard is
-    // ever replaced by a plain check.
-    std::call_once(sharedOnce(), [] {
-        std::lock_guard lock(sharedLock());
-        if (!sharedInstance()) sharedInstance() = _init();
-    });
+    // Made again after a shutdown, so a plain check under the lock rather than a once-guard.
+    std::lock_guard lock(sharedLock());
+    if (!sharedInstance()) sharedInstance() = _init();
     return sharedInstance();
 }
 
@@ -76,6 +57,22 @@ std::shared_ptr<PeloraSDKManager> PeloraSDKManager::_init() {
     manager->reachable_ = PeloraNetReachable::reachabilityWithHostName(PELORA_REACHABILITY_HOST);
     if (manager->reachable_) manager->reachable_->startNotifier();
     return manager;
+}
+
+void PeloraSDKManager::shutdown() {
+    PELORA_DCHECK_ON_MAIN_THREAD("PeloraSDKManager::shutdown");
+    // Cancels what is in flight and joins the sessions' threads.
+    PeloraNetwork::shutdownSessions();
+    PeloraResetApiBundleCache();
+    plFileCaches().clear();
+    std::shared_ptr<PeloraSDKManager> manager;
+    {
+        std::lock_guard lock(sharedLock());
+        manager = std::move(sharedInstance());
+        sharedInstance().reset();
+    }
+    if (manager && manager->reachable_) manager->reachable_->stopNotifier();
+    pelora::platform::log(pelora::platform::LogLevel::Info, "sdk: shut down");
 }
 
 std::shared_ptr<PeloraSDKManager> PeloraSDKManager::init() {
@@ -106,8 +103,10 @@ std::string PeloraSDKManager::sdkName() {
 // ---- PeloraConstConfig -------------------------------------------------------------------
 
 std::string PeloraConstConfig::baseUrl() {
-    std::lock_guard lock(baseUrlLock());
-    if (baseUrlOverride()) return *baseUrlOverride();
+    if (pelora::platform::hasServices()) {
+        const auto& origin = pelora::platform::services().options.serverOrigin;
+        if (origin) return *origin;
+    }
     return PELORA_BASE_URL;
 }
 
@@ -115,19 +114,9 @@ std::string PeloraConstConfig::urlfetchAd() {
     return baseUrl() + "/api/v1/advert/fetch";
 }
 
-void PeloraConstConfig::setBaseUrlOverride(std::optional<std::string> origin) {
-    std::lock_guard lock(baseUrlLock());
-    baseUrlOverride() = std::move(origin);
-}
-
-void PeloraConstConfig::setLimits(const Limits& limits) {
-    std::lock_guard lock(baseUrlLock());
-    currentLimits() = limits;
-}
-
 PeloraConstConfig::Limits PeloraConstConfig::limits() {
-    std::lock_guard lock(baseUrlLock());
-    return currentLimits();
+    if (!pelora::platform::hasServices()) return {};
+    return pelora::platform::services().options.limits;
 }
 
 // ---- PeloraAppExt --------------------------------------------------------------------------

@@ -1,10 +1,8 @@
 #include <cmath>
 #include <utility>
 
-#include "core/PeloraAdKinds.h"
-#include "core/PeloraNetwork.h"
-#include "core/PeloraRequest.h"
-#include "track/PeloraPluginStatusStore.h"
+#include "core/PeloraAdFetch.h"
+#include "core/PeloraApiAdSchema.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 #include "reward/PeloraAdCache.h"
@@ -12,6 +10,7 @@
 #include "reward/PeloraVideoPlayerVC.h"
 #include "support/PeloraThreadCheck.h"
 #include "support/PeloraTool.h"
+#include "track/PeloraPluginStatusStore.h"
 
 using pelora::platform::Error;
 
@@ -23,74 +22,87 @@ Error dataError() {
 
 }  // namespace
 
+PeloraRewardVideoAdManager::PeloraRewardVideoAdManager(PrivateTag)
+    : impl_(std::make_shared<PeloraRewardVideoAdManagerInternal>()) {}
+
 PeloraRewardVideoAdManager::~PeloraRewardVideoAdManager() = default;
 
 std::shared_ptr<PeloraRewardVideoAdManager> PeloraRewardVideoAdManager::initWithSlot(
     std::shared_ptr<PeloraRewardVideoSlot> slot) {
-    auto manager = std::make_shared<PeloraRewardVideoAdManagerInternal>();
-    manager->adSlot_ = std::move(slot);
-    manager->fDownloader_ = PeloraFileDownloader::init();
-    manager->fCache_ = PeloraAdCache::init();
-    manager->autoPlay_ = true;
+    auto manager = init();
+    auto& in = *manager->impl_;
+    in.adSlot_ = std::move(slot);
+    in.fDownloader_ = PeloraFileDownloader::init();
+    in.fCache_ = PeloraAdCache::init();
+    in.autoPlay_ = true;
     return manager;
 }
 
 std::shared_ptr<PeloraRewardVideoAdManager> PeloraRewardVideoAdManager::init() {
-    return std::make_shared<PeloraRewardVideoAdManagerInternal>();
+    auto manager = std::make_shared<PeloraRewardVideoAdManager>(PrivateTag{});
+    manager->impl_->owner_ = manager;
+    return manager;
+}
+
+std::shared_ptr<PeloraRewardVideoAdManagerDelegate> PeloraRewardVideoAdManager::delegate() const {
+    return impl_->delegate_.lock();
+}
+void PeloraRewardVideoAdManager::setDelegate(
+    const std::shared_ptr<PeloraRewardVideoAdManagerDelegate>& delegate) {
+    impl_->delegate_ = delegate;
+}
+bool PeloraRewardVideoAdManager::autoPlay() const {
+    return impl_->autoPlay_;
+}
+void PeloraRewardVideoAdManager::setAutoPlay(bool autoPlay) {
+    impl_->autoPlay_ = autoPlay;
+}
+const std::shared_ptr<PeloraRewardVideoSlot>& PeloraRewardVideoAdManager::adSlot() const {
+    return impl_->adSlot_;
+}
+void PeloraRewardVideoAdManager::setAdSlot(std::shared_ptr<PeloraRewardVideoSlot> slot) {
+    impl_->adSlot_ = std::move(slot);
+}
+std::shared_ptr<pelora::ui::ViewController> PeloraRewardVideoAdManager::rootViewController() const {
+    return impl_->rootViewController_.lock();
+}
+void PeloraRewardVideoAdManager::setRootViewController(
+    const std::shared_ptr<pelora::ui::ViewController>& controller) {
+    impl_->rootViewController_ = controller;
+}
+const std::shared_ptr<PeloraNativeAd>& PeloraRewardVideoAdManager::toShowAd() const {
+    return impl_->toShowAd_;
+}
+const std::shared_ptr<PeloraRespVideoObject>& PeloraRewardVideoAdManager::toShowVideo() const {
+    return impl_->toShowVideo_;
 }
 
 std::optional<std::string> PeloraRewardVideoAdManager::cachedVideoPath() const {
-    const auto& cache = PeloraRewardVideoAdManagerInternal::of(*this).fCache();
-    if (!cache || !toShowVideo_) return std::nullopt;
-    return cache->filePathForRequestUrl(toShowVideo_->videoUrl);
+    const auto& in = *impl_;
+    if (!in.fCache_ || !in.toShowVideo_) return std::nullopt;
+    return in.fCache_->filePathForRequestUrl(in.toShowVideo_->videoUrl);
 }
 
 // ---- loading ---------------------------------------------------------------------------------
 
 void PeloraRewardVideoAdManager::loadAdData() {
     PELORA_DCHECK_ON_MAIN_THREAD("PeloraRewardVideoAdManager::loadAdData");
-    auto query = PeloraUrlQuery::init();
-    auto body = PeloraReqBody::init();
-    if (body->slot) {
-        body->slot->slotId = adSlot_ ? adSlot_->slotId : std::nullopt;
-        body->slot->adType = PeloraAdKind::kRewardVideo.adType;
-        body->slot->position = PeloraAdKind::kRewardVideo.position;
-        PeloraTool::screenPixels(body->slot->width, body->slot->height);
-    }
-
-    std::weak_ptr<PeloraRewardVideoAdManagerInternal> weakSelf =
-        PeloraRewardVideoAdManagerInternal::of(*this).self();
-    PeloraNetwork::post(
-        PeloraConstConfig::urlfetchAd(), query, body,
-        [slot = adSlot_](pelora::platform::HttpRequest& request) {
-            request.timeoutInterval = static_cast<double>(slot ? slot->tolerateTimeout : 0);
-        },
-        [weakSelf](int64_t code, std::optional<std::string>,
-                   std::shared_ptr<PeloraRespObject> response) {
-            auto self = weakSelf.lock();
-            if (!self) return;
-            if (code != 0) {
-                self->onAdLoadError(Error{pelora::platform::kURLErrorDomain, code, {}});
-                return;
-            }
-            if (!response) {
-                self->onAdLoadError(dataError());
-                return;
-            }
-            std::vector<std::shared_ptr<PeloraNativeAd>> ads;
-            if (response->ads) {
-                for (const auto& ad : *response->ads) {
-                    auto nativeAd = PeloraNativeAd::init();
-                    nativeAd->setAd(ad);
-                    ads.push_back(std::move(nativeAd));
-                }
-            }
-            if (ads.empty()) {
-                self->onAdLoadError(dataError());
-                return;
-            }
-            self->onAdLoadSuccess(ads);
-        });
+    const auto& slot = impl_->adSlot_;
+    PeloraAdFetchRequest request{PeloraAdKind::kRewardVideo, slot ? slot->slotId : std::nullopt,
+                                 std::nullopt,
+                                 static_cast<double>(slot ? slot->tolerateTimeout : 0)};
+    std::weak_ptr<PeloraRewardVideoAdManagerInternal> weakSelf = impl_;
+    PeloraFetchAds(request, [weakSelf](std::optional<Error> error,
+                                       std::shared_ptr<PeloraRespObject> response) {
+        auto self = weakSelf.lock();
+        if (!self) return;
+        auto ads = PeloraNativeAdsOf(response.get());
+        if (error || ads.empty()) {
+            self->onAdLoadError(error ? *error : dataError());
+            return;
+        }
+        self->onAdLoadSuccess(ads);
+    });
 }
 
 std::shared_ptr<PeloraNativeAd> PeloraRewardVideoAdManagerInternal::bestAdForShow(
@@ -110,9 +122,9 @@ void PeloraRewardVideoAdManagerInternal::onAdLoadSuccess(
         onAdLoadError(dataError());
         return;
     }
-    auto self = shared_from_this();
-    PeloraTool::safeTarget(
-        delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidSuccessLoad, self);
+    PeloraTool::safeTarget(delegate_,
+                           &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidSuccessLoad,
+                           owner());
 
     const std::string url = *toShowVideo_->videoUrl;
     const bool downloaded = fCache_ && fCache_->isDownloadUrl(url);
@@ -129,7 +141,7 @@ void PeloraRewardVideoAdManagerInternal::onAdLoadSuccess(
                               "use initWithSlot()");
         return;
     }
-    std::weak_ptr<PeloraRewardVideoAdManagerInternal> weakSelf = this->self();
+    std::weak_ptr<PeloraRewardVideoAdManagerInternal> weakSelf = self();
     pelora::platform::log(
         pelora::platform::LogLevel::Info,
         "sdk: downloading video " + (url.size() > 200 ? url.substr(0, 200) + "..." : url));
@@ -149,15 +161,14 @@ void PeloraRewardVideoAdManagerInternal::onAdLoadSuccess(
 }
 
 void PeloraRewardVideoAdManagerInternal::onVideoDidLoad() {
-    PeloraTool::safeTarget(delegate_,
-                           &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerVideoDidLoad,
-                           shared_from_this());
+    PeloraTool::safeTarget(
+        delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerVideoDidLoad, owner());
 }
 
 void PeloraRewardVideoAdManagerInternal::onAdLoadError(std::optional<Error> error) {
     PeloraTool::safeTarget(
         delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidFailWithError,
-        shared_from_this(), std::move(error));
+        owner(), std::move(error));
 }
 
 // ---- showing ---------------------------------------------------------------------------------
@@ -165,9 +176,9 @@ void PeloraRewardVideoAdManagerInternal::onAdLoadError(std::optional<Error> erro
 bool PeloraRewardVideoAdManager::showAdFromRootViewController(
     const std::shared_ptr<pelora::ui::ViewController>& controller) {
     PELORA_DCHECK_ON_MAIN_THREAD("PeloraRewardVideoAdManager::showAdFromRootViewController");
-    if (!toShowAd_ || !toShowVideo_) return false;
-    auto& in = PeloraRewardVideoAdManagerInternal::of(*this);
-    rootViewController_ = controller;
+    auto& in = *impl_;
+    if (!in.toShowAd_ || !in.toShowVideo_) return false;
+    in.rootViewController_ = controller;
     auto page = in.videoPage_.lock();
     if (!page) {
         page = PeloraVideoPlayerVC::instance();
@@ -177,14 +188,14 @@ bool PeloraRewardVideoAdManager::showAdFromRootViewController(
         nav->setModalPresentationStyle(pelora::ui::ModalPresentationStyle::OverFullScreen);
         if (controller) controller->presentViewController(nav, true, nullptr);
     }
-    page->setAutoPlay(autoPlay_);
+    page->setAutoPlay(in.autoPlay_);
     in.store_ = in.getStatusStore();
     std::optional<std::string> fileURL;
     if (in.fCache_) {
-        auto path = in.fCache_->filePathForRequestUrl(toShowVideo_->videoUrl);
+        auto path = in.fCache_->filePathForRequestUrl(in.toShowVideo_->videoUrl);
         if (!PeloraTool::stringIsEmpty(path)) fileURL = pl_fileURLWithPath(*path);
     }
-    page->loadVideo(toShowVideo_, toShowAd_, in.store_, fileURL);
+    page->loadVideo(in.toShowVideo_, in.toShowAd_, in.store_, fileURL);
     return true;
 }
 
@@ -222,31 +233,26 @@ void PeloraRewardVideoAdManagerInternal::onVideoPlayError() {
 }
 
 void PeloraRewardVideoAdManagerInternal::onVideoPlayFinish() {
-    PeloraTool::safeTarget(delegate_,
-                           &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidPlayFinish,
-                           shared_from_this());
+    PeloraTool::safeTarget(
+        delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidPlayFinish, owner());
 }
 
 void PeloraRewardVideoAdManagerInternal::onAdExpose() {
-    PeloraTool::safeTarget(delegate_,
-                           &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidShow,
-                           shared_from_this());
+    PeloraTool::safeTarget(
+        delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidShow, owner());
 }
 
 void PeloraRewardVideoAdManagerInternal::onAdClick() {
-    PeloraTool::safeTarget(delegate_,
-                           &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClick,
-                           shared_from_this());
+    PeloraTool::safeTarget(
+        delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClick, owner());
 }
 
 void PeloraRewardVideoAdManagerInternal::onAdTapClose() {
-    PeloraTool::safeTarget(delegate_,
-                           &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClose,
-                           shared_from_this());
+    PeloraTool::safeTarget(
+        delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClose, owner());
 }
 
 void PeloraRewardVideoAdManagerInternal::onAdTapSkip() {
-    PeloraTool::safeTarget(delegate_,
-                           &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClickSkip,
-                           shared_from_this());
+    PeloraTool::safeTarget(
+        delegate_, &PeloraRewardVideoAdManagerDelegate::rewardVideoAdManagerDidClickSkip, owner());
 }

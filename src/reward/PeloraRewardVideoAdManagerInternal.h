@@ -1,25 +1,32 @@
 #pragma once
 
-// The working part of the rewarded video manager: the steps its completions and the video
-// page's events call, and the downloader, cache and page it keeps. Hosts see only
-// PeloraRewardVideoAdManager.
+// The working part of the rewarded video manager: its state, the steps its completions and the
+// video page's events call, and the downloader, cache and page it keeps. Each manager owns one;
+// hosts see only PeloraRewardVideoAdManager.
 
 #include <memory>
 #include <optional>
 #include <vector>
 
+#include "core/PeloraConfig.h"
 #include "pelora/PeloraRewardVideoAdManager.h"
 
-class PeloraRewardVideoAdManagerInternal final : public PeloraRewardVideoAdManager {
-  public:
-    PeloraRewardVideoAdManagerInternal() = default;
+class PeloraAdCache;
+class PeloraFileDownloader;
+class PeloraPluginStatusStore;
+class PeloraVideoPlayerVC;
 
-    static PeloraRewardVideoAdManagerInternal& of(PeloraRewardVideoAdManager& manager) {
-        return static_cast<PeloraRewardVideoAdManagerInternal&>(manager);
+class PeloraRewardVideoAdManagerInternal final
+    : public PeloraConfig,
+      public std::enable_shared_from_this<PeloraRewardVideoAdManagerInternal> {
+  public:
+    PeloraRewardVideoAdManagerInternal() : PeloraConfig("PeloraRewardVideoAdManager") {}
+
+    static PeloraRewardVideoAdManagerInternal& of(const PeloraRewardVideoAdManager& manager) {
+        return *manager.impl_;
     }
-    static const PeloraRewardVideoAdManagerInternal& of(const PeloraRewardVideoAdManager& manager) {
-        return static_cast<const PeloraRewardVideoAdManagerInternal&>(manager);
-    }
+    // The manager this belongs to; null while it is being released.
+    std::shared_ptr<PeloraRewardVideoAdManager> owner() const { return owner_.lock(); }
 
     // ---- the steps (called by completions and the page's events) ----------------------------
     void onAdLoadSuccess(const std::vector<std::shared_ptr<PeloraNativeAd>>& ads);
@@ -46,10 +53,15 @@ class PeloraRewardVideoAdManagerInternal final : public PeloraRewardVideoAdManag
 
   private:
     friend class PeloraRewardVideoAdManager;
-    std::shared_ptr<PeloraRewardVideoAdManagerInternal> self() {
-        return std::static_pointer_cast<PeloraRewardVideoAdManagerInternal>(
-            weak_from_this().lock());
-    }
+    std::shared_ptr<PeloraRewardVideoAdManagerInternal> self() { return shared_from_this(); }
+
+    std::weak_ptr<PeloraRewardVideoAdManager> owner_;
+    std::weak_ptr<PeloraRewardVideoAdManagerDelegate> delegate_;
+    std::weak_ptr<pelora::ui::ViewController> rootViewController_;
+    bool autoPlay_ = false;
+    std::shared_ptr<PeloraRewardVideoSlot> adSlot_;
+    std::shared_ptr<PeloraNativeAd> toShowAd_;
+    std::shared_ptr<PeloraRespVideoObject> toShowVideo_;
 
     std::shared_ptr<PeloraFileDownloader> fDownloader_;
     std::shared_ptr<PeloraAdCache> fCache_;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "core/PeloraConfig.h"
 #include "pelora/PeloraApiAd.h"
 #include "pelora/PeloraSDKManager.h"
 #include "splash/PeloraSplashAdViewInternal.h"

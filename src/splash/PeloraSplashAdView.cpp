@@ -21,14 +21,13 @@ void PeloraSplashAdViewInternal::registerWithNibLoader() {
     std::call_once(once, [] {
         pelora::ui::NibLoader::registerClass("PeloraSplashAdView", [] {
             return std::static_pointer_cast<pelora::ui::View>(
-                std::make_shared<PeloraSplashAdViewInternal>());
+                PeloraSplashAdView::initWithFrame(Rect{}));
         });
     });
 }
 
-PeloraSplashAdView::PeloraSplashAdView() = default;
-
-PeloraSplashAdView::PeloraSplashAdView(Rect frame) : pelora::ui::View(frame) {}
+PeloraSplashAdView::PeloraSplashAdView(PrivateTag, Rect frame)
+    : pelora::ui::View(frame), impl_(std::make_shared<PeloraSplashAdViewInternal>()) {}
 
 PeloraSplashAdView::~PeloraSplashAdView() {
     // A running timer is left alone on purpose: its ticks hold the view weakly, and the first
@@ -49,42 +48,92 @@ std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::initWithSlotID(const std
 }
 
 std::shared_ptr<PeloraSplashAdView> PeloraSplashAdView::initWithFrame(Rect frame) {
-    return std::make_shared<PeloraSplashAdViewInternal>(frame);
+    auto view = std::make_shared<PeloraSplashAdView>(PrivateTag{}, frame);
+    view->impl_->view_ = view;
+    return view;
+}
+
+// ---- properties -----------------------------------------------------------------------------
+
+const std::optional<std::string>& PeloraSplashAdView::slotID() const {
+    return impl_->slotID_;
+}
+void PeloraSplashAdView::setSlotID(std::optional<std::string> slotID) {
+    impl_->slotID_ = std::move(slotID);
+}
+double PeloraSplashAdView::tolerateTimeout() const {
+    return impl_->tolerateTimeout_;
+}
+void PeloraSplashAdView::setTolerateTimeout(double seconds) {
+    impl_->tolerateTimeout_ = seconds;
+}
+std::shared_ptr<PeloraSplashAdViewDelegate> PeloraSplashAdView::delegate() const {
+    return impl_->delegate_.lock();
+}
+void PeloraSplashAdView::setDelegate(const std::shared_ptr<PeloraSplashAdViewDelegate>& delegate) {
+    impl_->delegate_ = delegate;
+}
+std::shared_ptr<pelora::ui::ViewController> PeloraSplashAdView::rootViewController() const {
+    return impl_->rootViewController_.lock();
+}
+void PeloraSplashAdView::setRootViewController(
+    const std::shared_ptr<pelora::ui::ViewController>& controller) {
+    impl_->rootViewController_ = controller;
+}
+bool PeloraSplashAdView::hideSkipButton() const {
+    return impl_->hideSkipButton_;
+}
+int64_t PeloraSplashAdView::countDown() const {
+    return impl_->countDown_;
+}
+void PeloraSplashAdView::setCountDown(int64_t seconds) {
+    impl_->countDown_ = seconds;
+}
+std::shared_ptr<pelora::ui::ImageView> PeloraSplashAdView::imageV() const {
+    return impl_->imageV_.lock();
+}
+std::shared_ptr<pelora::ui::Label> PeloraSplashAdView::titleL() const {
+    return impl_->titleL_.lock();
+}
+std::shared_ptr<pelora::ui::Label> PeloraSplashAdView::countL() const {
+    return impl_->countL_.lock();
+}
+std::shared_ptr<pelora::ui::Button> PeloraSplashAdView::skipBtn() const {
+    return impl_->skipBtn_.lock();
+}
+std::shared_ptr<pelora::ui::View> PeloraSplashAdView::skipCV() const {
+    return impl_->skipCV_.lock();
 }
 
 std::shared_ptr<const PeloraApiAd> PeloraSplashAdView::adData() const {
-    const auto& track = PeloraSplashAdViewInternal::of(*this).trackEvent();
+    const auto& track = impl_->trackEvent_;
     return track ? track->ad() : nullptr;
-}
-
-std::shared_ptr<PeloraSplashAdViewInternal> PeloraSplashAdViewInternal::self() {
-    // Empty for a view that is not owned by a shared_ptr: callbacks then carry no view.
-    return std::static_pointer_cast<PeloraSplashAdViewInternal>(weak_from_this().lock());
 }
 
 // ---- interface file -------------------------------------------------------------------------
 
-void PeloraSplashAdViewInternal::setOutlet(const std::string& name,
-                                           std::shared_ptr<pelora::ui::View> view) {
+void PeloraSplashAdView::setOutlet(const std::string& name,
+                                   std::shared_ptr<pelora::ui::View> view) {
     // The tree owns the sub-views; the view only points at them.
+    auto& in = *impl_;
     if (name == "imageV") {
-        imageV_ = std::dynamic_pointer_cast<pelora::ui::ImageView>(view);
+        in.imageV_ = std::dynamic_pointer_cast<pelora::ui::ImageView>(view);
     } else if (name == "titleL") {
-        titleL_ = std::dynamic_pointer_cast<pelora::ui::Label>(view);
+        in.titleL_ = std::dynamic_pointer_cast<pelora::ui::Label>(view);
     } else if (name == "countL") {
-        countL_ = std::dynamic_pointer_cast<pelora::ui::Label>(view);
+        in.countL_ = std::dynamic_pointer_cast<pelora::ui::Label>(view);
     } else if (name == "skipBtn") {
-        skipBtn_ = std::dynamic_pointer_cast<pelora::ui::Button>(view);
+        in.skipBtn_ = std::dynamic_pointer_cast<pelora::ui::Button>(view);
     } else if (name == "skipCV") {
-        skipCV_ = view;
+        in.skipCV_ = view;
     } else {
         pelora::ui::View::setOutlet(name, std::move(view));
     }
 }
 
-void PeloraSplashAdViewInternal::awakeFromNib() {
+void PeloraSplashAdView::awakeFromNib() {
     pelora::ui::View::awakeFromNib();
-    configInit();
+    impl_->configInit();
 }
 
 void PeloraSplashAdViewInternal::configInit() {
@@ -93,23 +142,23 @@ void PeloraSplashAdViewInternal::configInit() {
 
     trackEvent_ = PeloraTrackEvent::init();
     config_ = PeloraSplashAdConfig::init();
-    config_->setDelegate(std::static_pointer_cast<PeloraSplashAdConfigDelegate>(self()));
+    config_->setDelegate(shared_from_this());
 
-    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = self();
-    if (auto button = skipBtn()) {
+    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = weak_from_this();
+    if (auto button = skipBtn_.lock()) {
         button->addTarget(
             [weakSelf](pelora::ui::Button& sender) {
                 if (auto strong = weakSelf.lock()) strong->onSkipHandle(sender);
             },
             pelora::ui::ControlEvent::TouchUpInside);
     }
-    if (auto container = skipCV()) {
+    if (auto container = skipCV_.lock()) {
         container->setCornerRadius(container->frame().height() * 0.5);
     }
 }
 
 void PeloraSplashAdView::setHideSkipButton(bool hide) {
-    hideSkipButton_ = hide;
+    impl_->hideSkipButton_ = hide;
     if (auto label = countL()) label->setHidden(hide);
     if (auto button = skipBtn()) button->setHidden(hide);
     if (auto container = skipCV()) container->setHidden(hide);
@@ -120,27 +169,26 @@ void PeloraSplashAdView::setHideSkipButton(bool hide) {
 void PeloraSplashAdView::loadAdData() {
     PELORA_DCHECK_ON_MAIN_THREAD("PeloraSplashAdView::loadAdData");
     auto slot = std::make_shared<PeloraSplashSlot>();
-    slot->slotId = slotID_;
-    slot->requestTimeout = static_cast<int64_t>(std::trunc(tolerateTimeout_));
-    auto& self = PeloraSplashAdViewInternal::of(*this);
-    if (self.config_) self.config_->loadSplashAd(slot);
+    slot->slotId = impl_->slotID_;
+    slot->requestTimeout = static_cast<int64_t>(std::trunc(impl_->tolerateTimeout_));
+    if (impl_->config_) impl_->config_->loadSplashAd(slot);
 }
 
 void PeloraSplashAdViewInternal::pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig>) {
     Error error{pelora::platform::kURLErrorDomain, pelora::platform::URLError::kTimedOut, {}};
-    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidFailWithError, self(),
+    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidFailWithError, view(),
                            error);
 }
 
 void PeloraSplashAdViewInternal::pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig>,
                                                        const Error& error) {
-    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidFailWithError, self(),
+    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidFailWithError, view(),
                            error);
 }
 
 void PeloraSplashAdViewInternal::pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig>,
                                                       std::shared_ptr<PeloraSplashAd> splashAd) {
-    auto keepAlive = self();
+    auto keepAlive = view();
     if (splashAd && splashAd->ad && splashAd->ad->adId) {
         PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidLoad, keepAlive);
         render(splashAd);
@@ -154,15 +202,15 @@ void PeloraSplashAdViewInternal::pl_onConfigFetchData(std::shared_ptr<PeloraSpla
 // ---- showing --------------------------------------------------------------------------------
 
 void PeloraSplashAdViewInternal::render(const std::shared_ptr<PeloraSplashAd>& splashAd) {
-    auto keepAlive = self();
+    auto keepAlive = view();
     startTimer();
     onTimerTrigger();
 
     std::shared_ptr<PeloraApiAd> ad = splashAd ? splashAd->ad : nullptr;
     if (!ad) return;
 
-    auto title = titleL();
-    auto image = imageV();
+    auto title = titleL_.lock();
+    auto image = imageV_.lock();
     if (ad->creativeType == 1) {
         if (title) {
             title->setText(ad->title);
@@ -176,21 +224,21 @@ void PeloraSplashAdViewInternal::render(const std::shared_ptr<PeloraSplashAd>& s
     }
 
     if (!trackEvent_) return;
-    trackEvent_->setAdRootVC(rootViewController());
-    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = keepAlive;
+    trackEvent_->setAdRootVC(rootViewController_.lock());
+    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = weak_from_this();
     trackEvent_->setOnAdClicked(
         [weakSelf](std::shared_ptr<pelora::ui::View>, std::shared_ptr<PeloraApiAd>) {
             auto strong = weakSelf.lock();
             if (!strong) return;
             strong->stopTimer();
             PeloraTool::safeTarget(strong->delegate_, &PeloraSplashAdViewDelegate::splashAdDidClick,
-                                   strong);
+                                   strong->view());
         });
     trackEvent_->setOnAdExposed([weakSelf](std::shared_ptr<PeloraApiAd>) {
         auto strong = weakSelf.lock();
         if (!strong) return;
         PeloraTool::safeTarget(strong->delegate_, &PeloraSplashAdViewDelegate::splashAdDidShow,
-                               strong);
+                               strong->view());
     });
 
     std::vector<std::shared_ptr<pelora::ui::View>> clickViews;
@@ -203,7 +251,7 @@ void PeloraSplashAdViewInternal::render(const std::shared_ptr<PeloraSplashAd>& s
 
 void PeloraSplashAdViewInternal::startTimer() {
     stopTimer();
-    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = self();
+    std::weak_ptr<PeloraSplashAdViewInternal> weakSelf = weak_from_this();
     timer_ = pelora::platform::services().mainRunLoop->scheduleTimer(
         1.0, true, [weakSelf](pelora::platform::Timer& timer) {
             auto strong = weakSelf.lock();
@@ -222,7 +270,7 @@ void PeloraSplashAdViewInternal::stopTimer() {
 }
 
 void PeloraSplashAdViewInternal::onTimerTrigger() {
-    if (auto label = countL()) label->setText(std::to_string(countDown_));
+    if (auto label = countL_.lock()) label->setText(std::to_string(countDown_));
     if (countDown_ < 1) {
         stopTimer();
         onTimerOver();
@@ -230,17 +278,18 @@ void PeloraSplashAdViewInternal::onTimerTrigger() {
 }
 
 void PeloraSplashAdViewInternal::onTimerOver() {
-    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdTimeOver, self());
+    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdTimeOver, view());
 }
 
 void PeloraSplashAdViewInternal::onSkipHandle(pelora::ui::Button&) {
     stopTimer();
-    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidClickSkip, self());
+    PeloraTool::safeTarget(delegate_, &PeloraSplashAdViewDelegate::splashAdDidClickSkip, view());
 }
 
-std::string PeloraSplashAdViewInternal::describeDetails() const {
+std::string PeloraSplashAdView::describeDetails() const {
+    const auto& in = *impl_;
     std::string out =
-        " slotID=" + slotID_.value_or("(null)") + " countDown=" + std::to_string(countDown_);
-    if (timer_) out += " counting";
+        " slotID=" + in.slotID_.value_or("(null)") + " countDown=" + std::to_string(in.countDown_);
+    if (in.timer_) out += " counting";
     return out;
 }

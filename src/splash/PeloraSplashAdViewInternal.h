@@ -3,7 +3,9 @@
 // The working part of the splash view: the loader's callbacks, the countdown timer, the
 // tracker and the steps between them. Hosts see only PeloraSplashAdView.
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "pelora/PeloraSplashAdView.h"
@@ -27,22 +29,18 @@ class PeloraSplashAdConfigDelegate {
                                       std::shared_ptr<PeloraSplashAd> /*splashAd*/) {}
 };
 
-// Every PeloraSplashAdView is one of these: the interface file and initWithFrame make them.
-class PeloraSplashAdViewInternal final : public PeloraSplashAdView,
-                                         public PeloraSplashAdConfigDelegate {
+// What each PeloraSplashAdView owns: its state, the loader's callbacks, the countdown timer,
+// the tracker and the steps between them.
+class PeloraSplashAdViewInternal final
+    : public PeloraSplashAdConfigDelegate,
+      public std::enable_shared_from_this<PeloraSplashAdViewInternal> {
   public:
-    PeloraSplashAdViewInternal() = default;
-    explicit PeloraSplashAdViewInternal(pelora::platform::Rect frame) : PeloraSplashAdView(frame) {}
-
-    static PeloraSplashAdViewInternal& of(PeloraSplashAdView& view) {
-        return static_cast<PeloraSplashAdViewInternal&>(view);
-    }
-    static const PeloraSplashAdViewInternal& of(const PeloraSplashAdView& view) {
-        return static_cast<const PeloraSplashAdViewInternal&>(view);
-    }
-    // The interface file names the public class; this makes the loader build this one.
+    static PeloraSplashAdViewInternal& of(const PeloraSplashAdView& view) { return *view.impl_; }
+    // The interface file names the public class; this makes the loader build it.
     static void registerWithNibLoader();
 
+    // The view this belongs to; null while it is being released.
+    std::shared_ptr<PeloraSplashAdView> view() const { return view_.lock(); }
     const std::shared_ptr<pelora::platform::Timer>& timer() const { return timer_; }
     const std::shared_ptr<PeloraTrackEvent>& trackEvent() const { return trackEvent_; }
     const std::shared_ptr<PeloraSplashAdConfig>& config() const { return config_; }
@@ -54,10 +52,6 @@ class PeloraSplashAdViewInternal final : public PeloraSplashAdView,
     void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig> config,
                               std::shared_ptr<PeloraSplashAd> splashAd) override;
 
-    // --- interface file ------------------------------------------------------------------
-    void awakeFromNib() override;
-    void setOutlet(const std::string& name, std::shared_ptr<pelora::ui::View> view) override;
-
     // --- the steps -----------------------------------------------------------------------
     void configInit();
     void render(const std::shared_ptr<PeloraSplashAd>& splashAd);
@@ -67,11 +61,21 @@ class PeloraSplashAdViewInternal final : public PeloraSplashAdView,
     void onSkipHandle(pelora::ui::Button& sender);
     void onTimerOver();
 
-    std::string describeDetails() const override;
-
   private:
     friend class PeloraSplashAdView;
-    std::shared_ptr<PeloraSplashAdViewInternal> self();
+
+    std::weak_ptr<PeloraSplashAdView> view_;
+    std::optional<std::string> slotID_;
+    double tolerateTimeout_ = 0;
+    std::weak_ptr<PeloraSplashAdViewDelegate> delegate_;
+    std::weak_ptr<pelora::ui::ViewController> rootViewController_;
+    bool hideSkipButton_ = false;
+    int64_t countDown_ = 0;
+    std::weak_ptr<pelora::ui::ImageView> imageV_;
+    std::weak_ptr<pelora::ui::Label> titleL_;
+    std::weak_ptr<pelora::ui::Label> countL_;
+    std::weak_ptr<pelora::ui::Button> skipBtn_;
+    std::weak_ptr<pelora::ui::View> skipCV_;
 
     std::shared_ptr<pelora::platform::Timer> timer_;
     std::shared_ptr<PeloraTrackEvent> trackEvent_;

@@ -4,11 +4,11 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "pelora/PeloraSDKManager.h"
 #include "pelora/platform/Log.h"
 #include "pelora/platform/Services.h"
 #include "pelora/ui/NibLoader.h"
 #include "pelora/ui/View.h"
-#include "pelora/PeloraSDKManager.h"
 #include "support/PeloraResourceBundle.h"
 #include "support/PeloraTool.h"
 
@@ -176,11 +176,6 @@ void PeloraResetApiBundleCache() {
 
 namespace {
 
-std::optional<std::string>& resourceBundlePathOverride() {
-    static std::optional<std::string> path;
-    return path;
-}
-
 std::string withoutTrailingSlashes(std::string path) {
     while (path.size() > 1 && path.back() == '/') path.pop_back();
     return path;
@@ -188,23 +183,14 @@ std::string withoutTrailingSlashes(std::string path) {
 
 }  // namespace
 
-void PeloraConstConfig::setResourceBundlePath(std::optional<std::string> path) {
-    {
-        std::lock_guard lock(bundleMutex());
-        resourceBundlePathOverride() = std::move(path);
-    }
-    PeloraResetApiBundleCache();
-}
-
 std::shared_ptr<PeloraResourceBundle> PeloraTool::apiBundle() {
-    std::optional<std::string> chosen;
     {
         std::lock_guard lock(bundleMutex());
         if (cachedBundle()) return cachedBundle();
-        chosen = resourceBundlePathOverride();
     }
     if (!pelora::platform::hasServices()) return nullptr;
     const auto& services = pelora::platform::services();
+    const auto& chosen = services.options.resourceBundlePath;
     if (!services.device || !services.files) return nullptr;
     const std::string bundleDir = std::string(PeloraResourceBundle::kBundleName) + "." +
                                   PeloraResourceBundle::kBundleExtension;

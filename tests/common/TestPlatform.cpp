@@ -9,77 +9,25 @@
 #include <filesystem>
 
 #include "pelora/desktop/CurlHttpSession.h"
-#include "pelora/desktop/StbImageDecoder.h"
+#include "pelora/desktop/EventRunLoop.h"
 
 namespace pelora::testing {
 
-TestPlatform::TestPlatform(ClockKind kind, NetworkKind network) {
-    std::string templ = (std::filesystem::temp_directory_path() / "pelora-test-XXXXXX").string();
-    if (::mkdtemp(templ.data())) root_ = templ;
-
-    if (kind == ClockKind::Manual || network == NetworkKind::Fake) {
-        manualClock = std::make_shared<ManualClock>();
-        clock = manualClock;
-    } else {
+TestPlatform::TestPlatform(ClockKind kind, NetworkKind network, platform::SdkOptions sdkOptions)
+    : TestEnvironment(std::move(sdkOptions)) {
+    if (network == NetworkKind::Fake) return;
+    if (kind == ClockKind::System) {
+        manualClock.reset();
         clock = std::make_shared<platform::SystemClock>();
     }
-    if (network == NetworkKind::Fake) {
-        manualLoop = std::make_shared<ManualRunLoop>(manualClock);
-        loop = manualLoop;
-        fake = std::make_shared<FakeHttpSessionFactory>(loop, root_ + "/tmp");
-        http = fake;
-    } else {
-        loop = std::make_shared<desktop::EventRunLoop>(clock);
-        http = std::make_shared<desktop::CurlHttpSessionFactory>();
-    }
-    desktop::DesktopFileSystem::Options fileOptions;
-    fileOptions.bundleIdentifier = "com.example.demohost";
-    fileOptions.cachesDirectoryOverride = cachesDirectory();
-    fileOptions.temporaryDirectoryOverride = root_ + "/tmp";
-    std::filesystem::create_directories(root_ + "/tmp");
-    files = std::make_shared<desktop::DesktopFileSystem>(fileOptions);
-    device = std::make_shared<FakeDeviceInfo>();
-    device->bundlePath = root_ + "/Bundle";
-    reachability = std::make_shared<FakeReachabilityService>();
+    manualLoop.reset();
+    fake.reset();
+    loop = std::make_shared<desktop::EventRunLoop>(clock);
+    http = std::make_shared<desktop::CurlHttpSessionFactory>();
     opener = std::make_shared<RecordingUrlOpener>(loop);
     urlOpener = opener;
-    imageDecoder = std::make_shared<desktop::StbImageDecoder>();
     mediaPlayer = std::make_shared<ScriptedMediaPlayerService>(loop);
     install();
-}
-
-TestPlatform::~TestPlatform() {
-    // Answers still queued in the loop hold completions that hold the loop: let them run.
-    if (manualLoop) manualLoop->pump();
-    std::error_code ec;
-    if (!root_.empty()) std::filesystem::remove_all(root_, ec);
-}
-
-platform::Services TestPlatform::services() const {
-    platform::Services s;
-    s.clock = clock;
-    s.mainRunLoop = loop;
-    s.http = http;
-    s.files = files;
-    s.device = device;
-    s.reachability = reachability;
-    s.urlOpener = urlOpener;
-    s.imageDecoder = imageDecoder;
-    s.mediaPlayer = mediaPlayer;
-    return s;
-}
-
-void TestPlatform::install() {
-    platform::installServices(services());
-}
-
-size_t TestPlatform::pump() {
-    return loop->pump();
-}
-
-bool TestPlatform::settle() {
-    loop->pump();
-    return !fake || fake->pendingCount() == 0;
 }
 
 bool TestPlatform::waitFor(const std::function<bool()>& predicate, double realSeconds) {
@@ -110,7 +58,7 @@ bool TestPlatform::waitFor(const std::function<bool()>& predicate, double realSe
 }
 
 size_t TestPlatform::advance(double seconds) {
-    if (manualLoop) return manualLoop->advance(seconds);
+    if (manualLoop) return TestEnvironment::advance(seconds);
     size_t ran = loop->pump();
     if (!manualClock) return ran;
     double remaining = seconds;

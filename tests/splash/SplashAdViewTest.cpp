@@ -57,10 +57,9 @@ using Events = std::vector<std::string>;
 class SplashAdViewTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        PeloraNetwork::resetSessionsForTesting();
         tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
+        tp.options.serverOrigin = server.baseUrl();
         tp.install();
-        PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
         setAnswer(answer({adJson(server, "splash-1")}));
         server.on(kFetchPath, [this](const RecordedRequest&) {
             std::lock_guard lock(answerMutex);
@@ -70,10 +69,6 @@ class SplashAdViewTest : public ::testing::Test {
         for (const char* path : {"/imp", "/click"})
             server.on(path, LoopbackResponse::text("", 204));
         window->setRootViewController(std::make_shared<ui::ViewController>());
-    }
-    void TearDown() override {
-        PeloraNetwork::resetSessionsForTesting();
-        PeloraConstConfig::setBaseUrlOverride(std::nullopt);
     }
 
     void setAnswer(std::string body, int status = 200) {
@@ -133,21 +128,23 @@ class SplashAdViewTest : public ::testing::Test {
 
 // ---- showing and the countdown --------------------------------------------------------------
 
-TEST_F(SplashAdViewTest, VisibleViewLoadsShowsAndTimesOutAfterFiveSeconds) {
+// Of several ads the first is shown; it counts down 5..1, ends once at 0, asks for its image as
+// an image and is exposed once, with the request's slot size in the impression.
+TEST_F(SplashAdViewTest, TheFirstAdCountsDownFromFiveAndEndsOnce) {
+    setAnswer(answer({adJson(server, "first"), adJson(server, "second")}));
     auto view = loadedView();
     ASSERT_TRUE(view);
     EXPECT_EQ(recorder->events, (Events{"load", "show"}));
     EXPECT_EQ(recorder->labels.back(), "5");  // the first countdown text precedes the show
-    ASSERT_TRUE(PeloraSplashAdViewInternal::of(*view).timer());
+    EXPECT_EQ(view->adData()->adId.value_or(""), "first");
 
-    std::vector<std::string> seen;
+    Events seen;
     for (int i = 0; i < 4; ++i) {
         tp.advance(1.0);
         seen.push_back(view->countL()->text().value_or(""));
     }
     EXPECT_EQ(seen, (Events{"4", "3", "2", "1"}));
     EXPECT_EQ(recorder->events, (Events{"load", "show"}));
-
     tp.advance(1.0);
     EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
     EXPECT_EQ(recorder->labels.back(), "0");
@@ -155,17 +152,14 @@ TEST_F(SplashAdViewTest, VisibleViewLoadsShowsAndTimesOutAfterFiveSeconds) {
     advanceSeconds(5);
     EXPECT_EQ(recorder->events.size(), 3u);
 
-    // The ad image lands in the image view; it was asked for as an image.
     ASSERT_TRUE(tp.waitFor([&] { return view->imageV()->image() != nullptr; }));
     auto images = server.requestsTo("/img/splash.png");
     ASSERT_EQ(images.size(), 1u);
     EXPECT_EQ(images[0].header("Accept").value_or(""), "image/*");
-
-    // One impression, carrying the slot size the request had (the whole screen in pixels).
-    auto all = settle();
+    settle();
     auto impressions = server.requestsTo("/imp");
     ASSERT_EQ(impressions.size(), 1u);
-    EXPECT_EQ(impressions[0].param("ad").value_or(""), "splash-1");
+    EXPECT_EQ(impressions[0].param("ad").value_or(""), "first");
     EXPECT_EQ(impressions[0].param("rw").value_or(""), "750");
     EXPECT_EQ(impressions[0].param("w").value_or(""), "375");
 }
@@ -182,12 +176,9 @@ TEST_F(SplashAdViewTest, DrawnAtFiveAndFourTheScreenDiffersOnlyInsideTheCountdow
         renderer.renderInto(*window, pixels.data(), w, h, static_cast<size_t>(w) * 4);
         return pixels;
     };
-    ASSERT_EQ(view->countL()->text().value_or(""), "5");
     auto five = draw();
     tp.advance(1.0);
-    ASSERT_EQ(view->countL()->text().value_or(""), "4");
     auto four = draw();
-
     int minX = w, minY = h, maxX = -1, maxY = -1;
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
@@ -205,48 +196,55 @@ TEST_F(SplashAdViewTest, DrawnAtFiveAndFourTheScreenDiffersOnlyInsideTheCountdow
     EXPECT_LT(maxY, (origin.y + label->bounds().height()) * 2);
 }
 
-TEST_F(SplashAdViewTest, RequestDescribesTheWholeScreenInPixels) {
+// The request: the slot, the whole screen in pixels, the time-out cut to whole seconds.
+TEST_F(SplashAdViewTest, TheRequestCarriesTheSlotTheScreenInPixelsAndWholeSeconds) {
     tp.device->bounds = makeRect(0, 0, 414, 896);
     tp.device->scale = 3;
-    auto view = loadedView();
-    ASSERT_TRUE(view);
-    auto body = adtest::fetchBody(server);
-    ASSERT_TRUE(body.is_object());
-    EXPECT_EQ(body["slot"]["slotId"], "splash-slot");
-    EXPECT_EQ(body["slot"]["adType"], 0);
-    EXPECT_EQ(body["slot"]["position"], 5);
-    EXPECT_EQ(body["slot"]["width"], 1242);
-    EXPECT_EQ(body["slot"]["height"], 2688);
+    for (auto [tolerate, sent] : {std::pair{-1.0, 3.0}, {2.9, 2.0}, {0.5, 0.0}}) {
+        SCOPED_TRACE(tolerate);
+        auto view = loadedView([&](PeloraSplashAdView& v) {
+            if (tolerate >= 0) v.setTolerateTimeout(tolerate);
+        });
+        ASSERT_TRUE(view);
+        auto body = adtest::fetchBody(server);
+        EXPECT_EQ(body["slot"], (nlohmann::json{{"slotId", "splash-slot"},
+                                                {"adType", 0},
+                                                {"position", 5},
+                                                {"width", 1242},
+                                                {"height", 2688},
+                                                {"acceptedCreativeTypes", 2},
+                                                {"acceptedInteractionType", 1}}));
+        EXPECT_DOUBLE_EQ(tp.fake->requests()[0].request.timeoutInterval, sent);
+        tp.fake->clearRequests();
+        server.clearRequests();
+        view->removeFromSuperview();
+    }
 }
 
-TEST_F(SplashAdViewTest, SkipAtThreeSecondsLeftStopsTheCountdown) {
-    auto view = loadedView();
-    ASSERT_TRUE(view);
-    advanceSeconds(2);
-    ASSERT_EQ(view->countL()->text().value_or(""), "3");
-
-    tapAt(view->skipBtn());
-    EXPECT_EQ(recorder->events, (Events{"load", "show", "skip"}));
-    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
-
-    advanceSeconds(10);
-    EXPECT_EQ(view->countL()->text().value_or(""), "3");
-    EXPECT_EQ(recorder->events, (Events{"load", "show", "skip"}));
-}
-
-TEST_F(SplashAdViewTest, EveryTapOnTheAdReportsAClickAndStopsTheCountdown) {
-    auto view = loadedView();
-    ASSERT_TRUE(view);
-    advanceSeconds(1);
-    for (int i = 0; i < 3; ++i) window->sendTap({100, 400});
-    EXPECT_EQ(recorder->events, (Events{"load", "show", "click", "click", "click"}));
-    EXPECT_EQ(recorder->labels.back(), "4");
-
-    advanceSeconds(10);
-    EXPECT_EQ(recorder->events.size(), 5u);  // no time-over after a click
-    EXPECT_EQ(view->countL()->text().value_or(""), "4");
-
-    // Each tap opens the landing page; the click is reported to the server once.
+// Skip and a tap on the ad both stop the countdown for good; a tap opens the landing page every
+// time and sends the click beacon, with the tap's place, once.
+TEST_F(SplashAdViewTest, SkipAndTapsStopTheCountdown) {
+    for (std::string how : {"skip", "click"}) {
+        SCOPED_TRACE(how);
+        recorder = std::make_shared<SplashRecorder>();
+        auto view = loadedView();
+        ASSERT_TRUE(view);
+        advanceSeconds(2);
+        Events expected{"load", "show"};
+        if (how == "skip") {
+            tapAt(view->skipBtn());
+            expected.push_back("skip");
+        } else {
+            for (int i = 0; i < 3; ++i) window->sendTap({100, 400});
+            expected.insert(expected.end(), 3, "click");
+        }
+        EXPECT_EQ(recorder->events, expected);
+        EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
+        advanceSeconds(10);
+        EXPECT_EQ(view->countL()->text().value_or(""), "3");
+        EXPECT_EQ(recorder->events, expected);
+        view->removeFromSuperview();
+    }
     ASSERT_TRUE(tp.waitFor([&] { return tp.opener->openedURLs().size() == 3; }));
     EXPECT_EQ(tp.opener->openedURLs()[0], "https://landing.example/splash-1");
     settle();
@@ -256,86 +254,66 @@ TEST_F(SplashAdViewTest, EveryTapOnTheAdReportsAClickAndStopsTheCountdown) {
     EXPECT_EQ(clicks[0].param("dy").value_or(""), "400");
 }
 
-TEST_F(SplashAdViewTest, HiddenSkipButtonStillCountsDownAndTimesOut) {
-    auto view = loadedView([](PeloraSplashAdView& v) { v.setHideSkipButton(true); });
-    ASSERT_TRUE(view);
-    EXPECT_TRUE(view->countL()->hidden());
-    EXPECT_TRUE(view->skipBtn()->hidden());
-    EXPECT_TRUE(view->skipCV()->hidden());
-    advanceSeconds(5);
-    EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
-
-    view->setHideSkipButton(false);
-    EXPECT_FALSE(view->countL()->hidden());
-    EXPECT_FALSE(view->skipBtn()->hidden());
-    EXPECT_FALSE(view->skipCV()->hidden());
-}
-
-TEST_F(SplashAdViewTest, NearlyTransparentViewNeverShowsButStillTimesOut) {
-    auto view = loadedView([](PeloraSplashAdView& v) { v.setAlpha(0.1); });
-    ASSERT_TRUE(view);
-    EXPECT_EQ(recorder->events, (Events{"load"}));
-    advanceSeconds(5);
-    EXPECT_EQ(recorder->events, (Events{"load", "timeover"}));
-    settle();
-    EXPECT_TRUE(server.requestsTo("/imp").empty());
-}
-
-TEST_F(SplashAdViewTest, CreativeTypeOneShowsTheTitleAndDownloadsNoImage) {
-    setAnswer(answer({adJson(server, "title-ad", 1)}));
-    auto view = loadedView();
-    ASSERT_TRUE(view);
-    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
-    EXPECT_FALSE(view->titleL()->hidden());
-    EXPECT_EQ(view->titleL()->text().value_or(""), "Title of title-ad");
-    settle();
-    EXPECT_TRUE(server.requestsTo("/img/splash.png").empty());
-    EXPECT_FALSE(view->imageV()->image());
-
-    // The title is tappable like the image.
-    tapAt(view->titleL());
-    EXPECT_EQ(recorder->events.back(), "click");
-}
-
-TEST_F(SplashAdViewTest, OtherCreativeTypesHideTheTitleAndShowTheImage) {
-    setAnswer(answer({adJson(server, "image-ad", 3)}));
-    auto view = loadedView([](PeloraSplashAdView& v) { v.titleL()->setHidden(false); });
-    ASSERT_TRUE(view);
-    EXPECT_TRUE(view->titleL()->hidden());
-    EXPECT_TRUE(tp.waitFor([&] { return view->imageV()->image() != nullptr; }));
-}
-
-TEST_F(SplashAdViewTest, EmptyImageListLeavesTheImageEmptyAndRunsAsUsual) {
-    setAnswer(answer({adJson(server, "no-image", 2, std::nullopt)}));
-    auto view = loadedView();
-    ASSERT_TRUE(view);
-    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
-    ASSERT_TRUE(tp.waitFor([&] {
-        for (const auto& line : logs.lines())
-            if (line.rfind("sdk: image error ", 0) == 0) return true;
-        return false;
-    }));
-    advanceSeconds(5);
-    EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
-    EXPECT_FALSE(view->imageV()->image());
-}
-
-TEST_F(SplashAdViewTest, TolerateTimeoutIsTruncatedToWholeSeconds) {
+// What the view shows for each kind of ad and set-up; the countdown runs out in every case.
+TEST_F(SplashAdViewTest, EachCreativeAndSetUpShowsWhatItShould) {
     struct Case {
-        std::optional<double> tolerate;
-        double sent;
+        const char* name;
+        nlohmann::json ad;
+        std::function<void(PeloraSplashAdView&)> before;
+        Events afterLoad;
+        std::function<void(PeloraSplashAdView&)> check;
     };
-    for (auto c : {Case{std::nullopt, 3.0}, Case{2.9, 2.0}, Case{0.5, 0.0}}) {
-        recorder->events.clear();
-        auto view = loadedView([&](PeloraSplashAdView& v) {
-            if (c.tolerate) v.setTolerateTimeout(*c.tolerate);
-        });
+    const Events shown{"load", "show"};
+    std::vector<Case> cases = {
+        {"hidden skip button", adJson(server, "a"), [](auto& v) { v.setHideSkipButton(true); },
+         shown,
+         [](PeloraSplashAdView& v) {
+             EXPECT_TRUE(v.countL()->hidden() && v.skipBtn()->hidden() && v.skipCV()->hidden());
+             v.setHideSkipButton(false);
+             EXPECT_FALSE(v.countL()->hidden() || v.skipBtn()->hidden() || v.skipCV()->hidden());
+         }},
+        {"nearly transparent",
+         adJson(server, "a"),
+         [](auto& v) { v.setAlpha(0.1); },
+         {"load"},
+         [&](PeloraSplashAdView&) { EXPECT_TRUE(server.requestsTo("/imp").empty()); }},
+        {"title creative", adJson(server, "t", 1), nullptr, shown,
+         [&](PeloraSplashAdView& v) {
+             EXPECT_FALSE(v.titleL()->hidden());
+             EXPECT_EQ(v.titleL()->text().value_or(""), "Title of t");
+             EXPECT_TRUE(server.requestsTo("/img/splash.png").empty());
+             tapAt(v.titleL());  // tappable like the image
+             EXPECT_EQ(recorder->events.back(), "click");
+         }},
+        {"image creative", adJson(server, "i", 3), [](auto& v) { v.titleL()->setHidden(false); },
+         shown,
+         [&](PeloraSplashAdView& v) {
+             EXPECT_TRUE(v.titleL()->hidden());
+             EXPECT_TRUE(tp.waitFor([&] { return v.imageV()->image() != nullptr; }));
+         }},
+        {"no image", adJson(server, "n", 2, std::nullopt), nullptr, shown,
+         [&](PeloraSplashAdView& v) {
+             EXPECT_TRUE(tp.waitFor([&] {
+                 for (const auto& line : logs.lines())
+                     if (line.rfind("sdk: image error ", 0) == 0) return true;
+                 return false;
+             }));
+             EXPECT_FALSE(v.imageV()->image());
+         }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        setAnswer(answer({c.ad}));
+        server.clearRequests();
+        recorder = std::make_shared<SplashRecorder>();
+        auto view = loadedView(c.before);
         ASSERT_TRUE(view);
-        std::optional<platform::HttpRequest> fetch;
-        for (const auto& r : tp.fake->requests())
-            if (r.request.url.find(kFetchPath) != std::string::npos) fetch = r.request;
-        ASSERT_TRUE(fetch);
-        EXPECT_DOUBLE_EQ(fetch->timeoutInterval, c.sent);
+        EXPECT_EQ(recorder->events, c.afterLoad);
+        settle();
+        c.check(*view);
+        if (recorder->events.back() == "click") continue;
+        advanceSeconds(5);
+        EXPECT_EQ(recorder->events.back(), "timeover");
         view->removeFromSuperview();
     }
 }
@@ -345,30 +323,14 @@ TEST_F(SplashAdViewTest, SecondLoadAfterTheCountReachedZeroTimesOutAtOnce) {
     ASSERT_TRUE(view);
     advanceSeconds(5);
     ASSERT_EQ(recorder->events, (Events{"load", "show", "timeover"}));
-
     setAnswer(answer({adJson(server, "splash-2")}));
     view->loadAdData();
     ASSERT_TRUE(tp.waitFor([&] { return recorder->events.size() >= 6; }));
     EXPECT_EQ(recorder->events, (Events{"load", "show", "timeover", "load", "timeover", "show"}));
-    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
 }
 
-TEST_F(SplashAdViewTest, ReleasedViewIgnoresItsTimerAndLogsItsEnd) {
-    auto view = loadedView();
-    ASSERT_TRUE(view);
-    ASSERT_TRUE(PeloraSplashAdViewInternal::of(*view).timer());
-    std::weak_ptr<PeloraSplashAdView> weak = view;
-    view->removeFromSuperview();
-    view.reset();
-    EXPECT_TRUE(weak.expired());
-    EXPECT_TRUE(logs.contains("dealloc PeloraSplashAdView"));
-    EXPECT_TRUE(logs.contains("dealloc: PeloraSplashAdConfig"));
-    advanceSeconds(6);
-    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
-}
-
-// A host closes the splash from inside the final callback: it removes the view and drops
-// its last reference while the SDK is still on the stack.
+// A host closes the splash from inside the final callback: it removes the view and drops its
+// last reference while the SDK is still on the stack. A view released mid-countdown is quiet.
 struct ClosingHost : SplashRecorder {
     std::shared_ptr<PeloraSplashAdView> view;
     void close(const std::shared_ptr<PeloraSplashAdView>& v) {
@@ -389,8 +351,8 @@ struct ClosingHost : SplashRecorder {
     }
 };
 
-TEST_F(SplashAdViewTest, HostMayReleaseTheViewInsideItsFinalCallback) {
-    for (const char* how : {"timeover", "skip", "click"}) {
+TEST_F(SplashAdViewTest, TheHostMayReleaseTheViewAtAnyPoint) {
+    for (std::string how : {"timeover", "skip", "click", "mid-countdown"}) {
         SCOPED_TRACE(how);
         auto host = std::make_shared<ClosingHost>();
         host->view = PeloraSplashAdView::initWithSlotID("s", makeRect(0, 0, 375, 667));
@@ -400,19 +362,24 @@ TEST_F(SplashAdViewTest, HostMayReleaseTheViewInsideItsFinalCallback) {
         std::weak_ptr<PeloraSplashAdView> weak = host->view;
         host->view->loadAdData();
         ASSERT_TRUE(tp.waitFor([&] { return !host->events.empty(); }));
-        std::string what = how;
-        if (what == "skip") {
+        if (how == "skip") {
             tapAt(weak.lock()->skipBtn());
-        } else if (what == "click") {
+        } else if (how == "click") {
             window->sendTap({100, 400});
-        } else {
+        } else if (how == "timeover") {
             advanceSeconds(5);
+        } else {
+            host->close(host->view);
+            how = "show";
         }
-        EXPECT_EQ(host->events.back(), what);
+        EXPECT_EQ(host->events.back(), how);
         EXPECT_TRUE(weak.expired());
         advanceSeconds(6);
-        EXPECT_EQ(host->events.back(), what);
+        EXPECT_EQ(host->events.back(), how);
     }
+    EXPECT_TRUE(logs.contains("dealloc PeloraSplashAdView"));
+    EXPECT_TRUE(logs.contains("dealloc: PeloraSplashAdConfig"));
+    EXPECT_EQ(tp.manualLoop->timerCount(), 0u);
 }
 
 // ---- the load's outcomes --------------------------------------------------------------------
@@ -427,7 +394,6 @@ TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode)
     const std::string url = pelora::platform::kURLErrorDomain;
     std::vector<Case> cases = {
         {"time-out", [&] { server.failWith(-1001); }, url, -1001},
-        {"transport failure", [&] { server.failWith(-1005); }, url, -1005},
         {"refused connection", [&] { server.failWith(-1004); }, url, -1004},
         {"empty body", [&] { setAnswer("", 200); }, url, -1},
         {"server error without payload", [&] { setAnswer("{\"code\":500}", 500); }, url, -1},
@@ -444,8 +410,6 @@ TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         server.failWith(std::nullopt);
-        PeloraConstConfig::setBaseUrlOverride(server.baseUrl());
-        setAnswer(answer({adJson(server, "splash-1")}));
         recorder = std::make_shared<SplashRecorder>();
         c.arrange();
         auto view = loadedView();
@@ -458,108 +422,53 @@ TEST_F(SplashAdViewTest, EveryLoadOutcomeReachesTheDelegateWithItsDomainAndCode)
     }
 }
 
-TEST_F(SplashAdViewTest, OnlyTheFirstOfSeveralAdsIsShown) {
-    setAnswer(answer({adJson(server, "first"), adJson(server, "second"), adJson(server, "third")}));
-    auto view = loadedView();
-    ASSERT_TRUE(view);
-    EXPECT_EQ(recorder->events, (Events{"load", "show"}));
-    ASSERT_TRUE(PeloraSplashAdViewInternal::of(*view).trackEvent()->ad());
-    EXPECT_EQ(PeloraSplashAdViewInternal::of(*view).trackEvent()->ad()->adId.value_or(""), "first");
-    settle();
-    auto impressions = server.requestsTo("/imp");
-    ASSERT_EQ(impressions.size(), 1u);
-    EXPECT_EQ(impressions[0].param("ad").value_or(""), "first");
+// The loader tells a time-out apart from other failures, and an answer without ads is data.
+TEST_F(SplashAdViewTest, TheLoaderReportsTimeOutsApartAndEmptyAnswersAsData) {
+    struct Loader : PeloraSplashAdConfigDelegate {
+        Events events;
+        void pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig>) override {
+            events.push_back("timeout");
+        }
+        void pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig>, const Error& e) override {
+            events.push_back("error " + std::to_string(e.code));
+        }
+        void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig>,
+                                  std::shared_ptr<PeloraSplashAd> ad) override {
+            events.push_back(ad && !ad->ad ? "no ad" : "ad");
+        }
+    };
+    auto config = PeloraSplashAdConfig::init();
+    auto delegate = std::make_shared<Loader>();
+    config->setDelegate(delegate);
+    auto slot = std::make_shared<PeloraSplashSlot>();
+    for (auto [fail, answerBody] : {std::pair<std::optional<int>, std::string>{-1001, ""},
+                                    {-1004, ""},
+                                    {std::nullopt, answer({})}}) {
+        server.failWith(fail);
+        setAnswer(answerBody);
+        config->loadSplashAd(slot);
+        settle();
+    }
+    EXPECT_EQ(delegate->events, (Events{"timeout", "error -1004", "no ad"}));
 }
 
-// ---- making the view ------------------------------------------------------------------------
-
-TEST_F(SplashAdViewTest, InterfaceFileGivesAWiredView) {
+TEST_F(SplashAdViewTest, TheInterfaceFileGivesAWiredViewAndAPlainFrameAnInertOne) {
     auto view = PeloraSplashAdView::initWithSlotID("abc", makeRect(0, 0, 320, 480));
     ASSERT_TRUE(view);
     EXPECT_EQ(view->slotID().value_or(""), "abc");
     EXPECT_EQ(view->frame(), makeRect(0, 0, 320, 480));
     EXPECT_EQ(view->countDown(), 5);
-    EXPECT_DOUBLE_EQ(view->tolerateTimeout(), 3.0);
     ASSERT_TRUE(view->imageV() && view->titleL() && view->countL() && view->skipBtn() &&
                 view->skipCV());
     EXPECT_DOUBLE_EQ(view->skipCV()->cornerRadius(), view->skipCV()->frame().height() * 0.5);
-    EXPECT_TRUE(PeloraSplashAdViewInternal::of(*view).config());
-    EXPECT_TRUE(PeloraSplashAdViewInternal::of(*view).trackEvent());
-    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).timer());
-}
 
-TEST_F(SplashAdViewTest, PlainFrameInitializerMakesAnInertView) {
-    auto view = PeloraSplashAdView::initWithFrame(makeRect(0, 0, 10, 10));
-    ASSERT_TRUE(view);
-    EXPECT_TRUE(view->subviews().empty());
-    EXPECT_FALSE(PeloraSplashAdViewInternal::of(*view).config());
-    view->setDelegate(recorder);
-    view->loadAdData();
+    auto inert = PeloraSplashAdView::initWithFrame(makeRect(0, 0, 10, 10));
+    EXPECT_TRUE(inert->subviews().empty());
+    inert->setDelegate(recorder);
+    inert->loadAdData();
     settle();
     EXPECT_TRUE(server.requestsTo(kFetchPath).empty());
     EXPECT_TRUE(recorder->events.empty());
-}
-
-// ---- the loader on its own ------------------------------------------------------------------
-
-struct ConfigRecorder : PeloraSplashAdConfigDelegate {
-    std::vector<std::string> events;
-    std::shared_ptr<PeloraSplashAd> data;
-    void pl_onConfigTimeout(std::shared_ptr<PeloraSplashAdConfig>) override {
-        events.push_back("timeout");
-    }
-    void pl_onConfigFetchError(std::shared_ptr<PeloraSplashAdConfig>, const Error& e) override {
-        events.push_back("error " + e.domain + " " + std::to_string(e.code));
-    }
-    void pl_onConfigFetchData(std::shared_ptr<PeloraSplashAdConfig>,
-                              std::shared_ptr<PeloraSplashAd> ad) override {
-        data = ad;
-        events.push_back("data");
-    }
-};
-
-TEST_F(SplashAdViewTest, LoaderReportsTimeOutSeparatelyAndEmptyAnswersAsData) {
-    auto config = PeloraSplashAdConfig::init();
-    auto delegate = std::make_shared<ConfigRecorder>();
-    config->setDelegate(delegate);
-    auto slot = std::make_shared<PeloraSplashSlot>();
-    slot->slotId = "s";
-
-    server.failWith(-1001);
-    config->loadSplashAd(slot);
-    ASSERT_TRUE(tp.waitFor([&] { return delegate->events.size() == 1; }));
-    EXPECT_EQ(delegate->events[0], "timeout");
-
-    server.failWith(std::nullopt);
-    setAnswer(answer({}));
-    config->loadSplashAd(slot);
-    ASSERT_TRUE(tp.waitFor([&] { return delegate->events.size() == 2; }));
-    EXPECT_EQ(delegate->events[1], "data");
-    ASSERT_TRUE(delegate->data);
-    EXPECT_FALSE(delegate->data->ad);
-}
-
-TEST_F(SplashAdViewTest, ReleasedLoaderDropsItsAnswer) {
-    auto delegate = std::make_shared<ConfigRecorder>();
-    auto slot = std::make_shared<PeloraSplashSlot>();
-    slot->slotId = "s";
-    {
-        auto doomed = PeloraSplashAdConfig::init();
-        doomed->setDelegate(delegate);
-        doomed->loadSplashAd(slot);
-    }
-    EXPECT_TRUE(logs.contains("dealloc: PeloraSplashAdConfig"));
-    tp.pump();
-    ASSERT_EQ(server.requestCount(), 1u);
-
-    // A second loader's answer comes after the first one's was sent.
-    auto alive = PeloraSplashAdConfig::init();
-    auto other = std::make_shared<ConfigRecorder>();
-    alive->setDelegate(other);
-    alive->loadSplashAd(slot);
-    ASSERT_TRUE(tp.waitFor([&] { return !other->events.empty(); }));
-    settle();
-    EXPECT_TRUE(delegate->events.empty());
 }
 
 }  // namespace

@@ -117,6 +117,7 @@ int runDemo(const std::vector<std::string>& args) {
                           {pelora::platform::kCFBundleIdentifier, "com.example.pelorademo"},
                           {pelora::platform::kCFBundleShortVersionString, "1.0.0"},
                           {pelora::platform::kCFBundleVersion, "1"}};
+    options.sdk.serverOrigin = sandbox.baseUrl();
     auto services = pelora::desktop::makeDesktopServices(options);
     Demo demo(opt.json, services.clock.get());
     services.urlOpener = std::make_shared<DemoUrlOpener>(demo);
@@ -131,7 +132,6 @@ int runDemo(const std::vector<std::string>& args) {
     demo.note("host", "sandbox listening", sandbox.baseUrl(), {{"baseUrl", sandbox.baseUrl()}});
     demo.note("host", "inspector", "open " + sandbox.inspectorUrl() + " in a browser",
               {{"url", sandbox.inspectorUrl()}});
-    PeloraConstConfig::setBaseUrlOverride(sandbox.baseUrl());
     PeloraSDKManager::setAppID("pelora-demo-app");
 
     DemoRun run(demo, *services.mainRunLoop, fastClock);

@@ -250,12 +250,12 @@ int runLoad(const std::vector<std::string>& args) {
 
     pelora::desktop::DesktopOptions options;
     options.caBundlePath = o.caFile;
+    options.sdk.serverOrigin = o.baseUrl;
     auto services = pelora::desktop::makeDesktopServices(options);
     auto requests = std::make_shared<pelora::testing::CountingHttpSessionFactory>(
         services.http, services.mainRunLoop);
     services.http = requests;
     pelora::platform::installServices(services);
-    PeloraConstConfig::setBaseUrlOverride(o.baseUrl);
 
     Outcome outcome;
     Loader loader;

@@ -141,18 +141,15 @@ BuiltRequest buildRequest(const SlotRequest& req) {
 }
 
 void prepare(const SlotRequest& req) {
-    if (req.maxAnswerBytes > 0) {
-        auto limits = PeloraConstConfig::limits();
-        limits.answerBytes = static_cast<uint64_t>(req.maxAnswerBytes);
-        PeloraConstConfig::setLimits(limits);
-    }
     // stdout carries the JSON answer; the transport's diagnostic lines are not wanted there
     // or on the terminal.
     platform::setMinimumLogLevel(platform::LogLevel::Warning);
     desktop::DesktopOptions options;
     options.caBundlePath = req.caFile;
+    if (req.maxAnswerBytes > 0)
+        options.sdk.limits.answerBytes = static_cast<uint64_t>(req.maxAnswerBytes);
+    if (req.baseUrl) options.sdk.serverOrigin = req.baseUrl;
     desktop::installDesktopPlatform(options);
-    if (req.baseUrl) PeloraConstConfig::setBaseUrlOverride(req.baseUrl);
 }
 
 int runRequest(const std::vector<std::string>& args) {

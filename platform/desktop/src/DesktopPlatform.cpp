@@ -13,6 +13,7 @@ namespace pelora::desktop {
 
 platform::Services makeDesktopServices(const DesktopOptions& options) {
     platform::Services s;
+    s.options = options.sdk;
     s.clock = options.clock ? options.clock : std::make_shared<platform::SystemClock>();
     s.mainRunLoop = std::make_shared<EventRunLoop>(s.clock);
     s.http = std::make_shared<CurlHttpSessionFactory>(options.caBundlePath);

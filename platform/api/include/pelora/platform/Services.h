@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "pelora/platform/Clock.h"
 #include "pelora/platform/Device.h"
@@ -14,6 +17,31 @@
 #include "pelora/platform/UrlOpener.h"
 
 namespace pelora::platform {
+
+// The most one exchange may bring in. A body past its bound is cut off as it arrives and the
+// exchange fails with the transport's "data length exceeds maximum" error (-1103), so a broken
+// or hostile server cannot make one ad load cost more than a small multiple of these in memory
+// (answers and images are held in memory, videos go to a file).
+struct PELORA_EXPORT Limits {
+    uint64_t answerBytes = 1024 * 1024;          // an ad answer, a tracking reply
+    uint64_t imageBytes = 16 * 1024 * 1024;      // one image
+    uint64_t videoBytes = 256ull * 1024 * 1024;  // one video file, on disk
+};
+
+// What the SDK takes from the host once, with the services. They hold until the services are
+// installed again: install, use the SDK, PeloraSDKManager::shutdown(), install anew to change
+// them (the SDK's HTTP sessions and resource bundle are made on first use, from these).
+struct PELORA_EXPORT SdkOptions {
+    // The ad server's origin (scheme and host, no trailing slash) in place of the compiled-in
+    // one: a sandbox or a staging server.
+    std::optional<std::string> serverOrigin;
+    // The SDK's resource bundle ("PeloraSDKBundle.bundle": interface files, button artwork),
+    // as the path of the bundle directory itself. Without one the SDK looks beside the host's
+    // executable (its main bundle), then where the SDK was installed (<prefix>/share/pelora).
+    // A missing bundle is logged once; the views that need it are then not made.
+    std::optional<std::string> resourceBundlePath;
+    Limits limits;
+};
 
 // The platform services the SDK runs on. A host installs one set at start-up, before its
 // first SDK call (pelora::desktop::installDesktopPlatform() on Linux); tests install the
@@ -30,6 +58,7 @@ struct PELORA_EXPORT Services {
     // Video playback for rewarded video ads; null on a platform that cannot play video (a
     // rewarded video then fails as a player item error).
     std::shared_ptr<MediaPlayerService> mediaPlayer;
+    SdkOptions options;
 };
 
 // Replace the installed services. Not thread-safe against concurrent services() readers:

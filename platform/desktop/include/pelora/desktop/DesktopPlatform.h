@@ -26,6 +26,8 @@ struct PELORA_EXPORT DesktopOptions {
     // PEM file of extra certificates the HTTP sessions trust (a staging server's private
     // authority, a TLS-inspecting proxy); empty means the system store only.
     std::string caBundlePath;
+    // What the SDK takes once from the host: server origin, resource bundle, limits.
+    platform::SdkOptions sdk;
 };
 
 // Builds every real Linux service (system clock, event run loop, libcurl sessions, files,
