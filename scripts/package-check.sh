@@ -21,7 +21,7 @@ cmake --build "$build" -j "$(nproc)"
 rm -rf "$stage"
 cmake --install "$build" >/dev/null
 
-for example in console_host engine_loop window_host; do
+for example in console_host engine_loop window_host host_test; do
   echo "package-check: building examples/$example against the installed package"
   cmake -S "examples/$example" -B "$build/examples/$example" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_PREFIX_PATH="$stage" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" >/dev/null
@@ -40,6 +40,9 @@ CPP
 PKG_CONFIG_PATH="$stage/lib/pkgconfig" \
   sh -c "$CXX $build/pc_check.cpp -o $build/pc_check \$(pkg-config --cflags --libs pelora-desktop) -Wl,-rpath,$stage/lib"
 "$build/pc_check"
+
+echo "package-check: running the host's test on the installed test environment"
+"$build/examples/host_test/host_test"
 
 echo "package-check: running the console host against the installed sandbox"
 PATH="$stage/bin:$PATH" timeout 120 "$build/examples/console_host/console_host"
