@@ -123,30 +123,13 @@ PeloraYYNumber numberOf(V value) {
     return n;
 }
 
+// Text, dates and lists of text: null clears the property, a value of another shape leaves
+// it as it was (a number or a boolean given for text becomes its text).
 template <class V>
-void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
-                 MapContext& ctx) {
+void setTextProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value) {
     const VKind kind = value.kind();
     const auto& a = p.access;
     switch (p.type) {
-        case PeloraYYEncodingType::Bool:
-        case PeloraYYEncodingType::Int8:
-        case PeloraYYEncodingType::UInt8:
-        case PeloraYYEncodingType::Int16:
-        case PeloraYYEncodingType::UInt16:
-        case PeloraYYEncodingType::Int32:
-        case PeloraYYEncodingType::UInt32:
-        case PeloraYYEncodingType::Int64:
-        case PeloraYYEncodingType::UInt64:
-        case PeloraYYEncodingType::Float:
-        case PeloraYYEncodingType::Double:
-            a.setNumber(model, numberOf(value));
-            return;
-        case PeloraYYEncodingType::NumberObject:
-            // Where a fixed width would get 0 (null, a null word, a list, a dictionary), a
-            // number object gets nothing.
-            a.setNumber(model, numberOf(value));
-            return;
         case PeloraYYEncodingType::String:
             if (kind == VKind::Null) {
                 a.setText(model, std::nullopt);
@@ -177,6 +160,19 @@ void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int 
                 a.setTextList(model, std::move(list));
             }
             return;
+        default:
+            return;
+    }
+}
+
+// Dictionaries and records, alone, in lists or in dictionaries: null clears the property, a
+// value of another shape leaves it as it was, and nesting past the limit refuses the input.
+template <class V>
+void setNestedProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
+                       MapContext& ctx) {
+    const VKind kind = value.kind();
+    const auto& a = p.access;
+    switch (p.type) {
         case PeloraYYEncodingType::Dictionary:
             if (kind == VKind::Null) {
                 a.setDictionary(model, std::nullopt);
@@ -223,6 +219,42 @@ void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int 
                 if (!ctx.tooDeep) a.setModelDictionary(model, std::move(map));
             }
             return;
+        default:
+            return;
+    }
+}
+
+template <class V>
+void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
+                 MapContext& ctx) {
+    switch (p.type) {
+        case PeloraYYEncodingType::Bool:
+        case PeloraYYEncodingType::Int8:
+        case PeloraYYEncodingType::UInt8:
+        case PeloraYYEncodingType::Int16:
+        case PeloraYYEncodingType::UInt16:
+        case PeloraYYEncodingType::Int32:
+        case PeloraYYEncodingType::UInt32:
+        case PeloraYYEncodingType::Int64:
+        case PeloraYYEncodingType::UInt64:
+        case PeloraYYEncodingType::Float:
+        case PeloraYYEncodingType::Double:
+            p.access.setNumber(model, numberOf(value));
+            return;
+        case PeloraYYEncodingType::NumberObject:
+            // Where a fixed width would get 0 (null, a null word, a list, a dictionary), a
+            // number object gets nothing.
+            p.access.setNumber(model, numberOf(value));
+            return;
+        case PeloraYYEncodingType::String:
+        case PeloraYYEncodingType::Date:
+        case PeloraYYEncodingType::StringList:
+            return setTextProperty(p, model, value);
+        case PeloraYYEncodingType::Dictionary:
+        case PeloraYYEncodingType::Model:
+        case PeloraYYEncodingType::ModelList:
+        case PeloraYYEncodingType::ModelDictionary:
+            return setNestedProperty(p, model, value, depth, ctx);
     }
 }
 

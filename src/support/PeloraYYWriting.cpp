@@ -248,6 +248,52 @@ void appendNumber(std::string& out, PeloraYYEncodingType type, const PeloraYYNum
 
 bool writeObject(const _PeloraYYModelMeta& meta, const void* model, int depth, std::string& out);
 
+// One record of a list or a dictionary, after a comma unless it is the first written and
+// after its key in a dictionary. A record that writes nothing (nested too deep) is taken back
+// with its comma and key, so the container stays valid.
+void appendElement(std::string& out, const _PeloraYYModelMeta& element, const void* one, int depth,
+                   const std::string* key, bool& first) {
+    const std::size_t mark = out.size();
+    if (!first) out.push_back(',');
+    if (key) {
+        appendText(out, *key);
+        out.push_back(':');
+    }
+    if (writeObject(element, one, depth + 1, out)) {
+        first = false;
+    } else {
+        out.resize(mark);
+    }
+}
+
+// A list of records, absent ones left out. False when the list itself is absent.
+bool writeModelList(const _PeloraYYModelPropertyMeta& p, const void* model, int depth,
+                    std::string& out) {
+    std::vector<const void*> list;
+    if (!p.access.getModelList(model, list)) return false;
+    const auto& element = p.access.elementMeta();
+    out.push_back('[');
+    bool first = true;
+    for (const void* one : list)
+        if (one) appendElement(out, element, one, depth, nullptr, first);
+    out.push_back(']');
+    return true;
+}
+
+// A dictionary of records, absent ones left out. False when the dictionary itself is absent.
+bool writeModelDictionary(const _PeloraYYModelPropertyMeta& p, const void* model, int depth,
+                          std::string& out) {
+    std::vector<std::pair<const std::string*, const void*>> map;
+    if (!p.access.getModelDictionary(model, map)) return false;
+    const auto& element = p.access.elementMeta();
+    out.push_back('{');
+    bool first = true;
+    for (const auto& [key, one] : map)
+        if (one) appendElement(out, element, one, depth, key, first);
+    out.push_back('}');
+    return true;
+}
+
 // False (and nothing written) when the property has no value and is left out.
 bool writeValue(const _PeloraYYModelPropertyMeta& p, const void* model, int depth,
                 std::string& out) {
@@ -292,46 +338,10 @@ bool writeValue(const _PeloraYYModelPropertyMeta& p, const void* model, int dept
             const void* one = a.getModel(model);
             return one && writeObject(a.elementMeta(), one, depth + 1, out);
         }
-        case PeloraYYEncodingType::ModelList: {
-            std::vector<const void*> list;
-            if (!a.getModelList(model, list)) return false;
-            const auto& element = a.elementMeta();
-            out.push_back('[');
-            bool first = true;
-            for (const void* one : list) {
-                if (!one) continue;
-                const std::size_t mark = out.size();
-                if (!first) out.push_back(',');
-                if (writeObject(element, one, depth + 1, out)) {
-                    first = false;
-                } else {
-                    out.resize(mark);
-                }
-            }
-            out.push_back(']');
-            return true;
-        }
-        case PeloraYYEncodingType::ModelDictionary: {
-            std::vector<std::pair<const std::string*, const void*>> map;
-            if (!a.getModelDictionary(model, map)) return false;
-            const auto& element = a.elementMeta();
-            out.push_back('{');
-            bool first = true;
-            for (const auto& [key, one] : map) {
-                if (!one) continue;
-                const std::size_t mark = out.size();
-                if (!first) out.push_back(',');
-                appendText(out, *key);
-                out.push_back(':');
-                if (writeObject(element, one, depth + 1, out)) {
-                    first = false;
-                } else {
-                    out.resize(mark);
-                }
-            }
-            out.push_back('}');
-            return true;
-        }
+        case PeloraYYEncodingType::ModelList:
+            return writeModelList(p, model, depth, out);
+        case PeloraYYEncodingType::ModelDictionary:
+            return writeModelDictionary(p, model, depth, out);
         default:
             appendNumber(out, p.type, a.getNumber(model));
             return true;

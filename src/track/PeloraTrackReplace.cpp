@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 const std::string_view PeloraTrackReplace::kTokens[kMacroCount] = {
@@ -103,22 +104,33 @@ const FirstLetterIndex& firstLetterIndex() {
     return index;
 }
 
-// Applies rows [lo, hi) -- all numeric -- to `text` exactly as consecutive replace-all passes
-// would. Inserted values are decimal digits and "-", which no token contains, so a pass can
-// neither create an occurrence of a later token nor split one; what a pass can do is consume
-// characters that a later token shares with it. Tokens have no "__" inside, so two
-// occurrences can only share their boundary underscores. Hence: find every occurrence of an
-// active token in the original text, then select them row by row, leftmost first, skipping
-// any that overlaps one already selected -- the passes' outcome -- and write the result once.
-void applyNumericRows(std::string& out, std::string_view text, const RowValue* values, int lo,
-                      int hi) {
-    constexpr size_t kInline = 32;
-    std::array<Candidate, kInline> inlineBuf;
-    std::vector<Candidate> heapBuf;
-    Candidate* cands = inlineBuf.data();
-    size_t count = 0;
-    const auto& index = firstLetterIndex();
+// The occurrences found in a text, inline up to 32 (templates hold a handful of tokens) and on
+// the heap past that.
+class CandidateList {
+  public:
+    void push(const Candidate& cand) {
+        if (count_ < kInline) {
+            inline_[count_] = cand;
+        } else {
+            if (heap_.empty()) heap_.assign(inline_.begin(), inline_.end());
+            heap_.push_back(cand);
+        }
+        ++count_;
+    }
+    Candidate* data() { return count_ <= kInline ? inline_.data() : heap_.data(); }
+    size_t size() const { return count_; }
 
+  private:
+    static constexpr size_t kInline = 32;
+    std::array<Candidate, kInline> inline_;
+    std::vector<Candidate> heap_;
+    size_t count_ = 0;
+};
+
+// Every occurrence of an active token of rows [lo, hi) in `text`, left to right.
+void findOccurrences(std::string_view text, const RowValue* values, int lo, int hi,
+                     CandidateList& cands) {
+    const auto& index = firstLetterIndex();
     const size_t n = text.size();
     const char* data = text.data();
     size_t pos = 0;
@@ -140,17 +152,8 @@ void applyNumericRows(std::string& out, std::string_view text, const RowValue* v
                     auto token = PeloraTrackReplace::kTokens[row];
                     if (n - p >= token.size() &&
                         std::memcmp(data + p, token.data(), token.size()) == 0) {
-                        Candidate cand{static_cast<uint32_t>(p),
-                                       static_cast<uint16_t>(token.size()),
-                                       static_cast<uint8_t>(row), false};
-                        if (count < kInline) {
-                            cands[count] = cand;
-                        } else {
-                            if (heapBuf.empty()) heapBuf.assign(inlineBuf.begin(), inlineBuf.end());
-                            heapBuf.push_back(cand);
-                            cands = heapBuf.data();
-                        }
-                        ++count;
+                        cands.push({static_cast<uint32_t>(p), static_cast<uint16_t>(token.size()),
+                                    static_cast<uint8_t>(row), false});
                         // A token has no "__" inside: the next occurrence can start no
                         // earlier than on its closing underscores.
                         next = p + token.size() - 2;
@@ -161,179 +164,129 @@ void applyNumericRows(std::string& out, std::string_view text, const RowValue* v
         }
         pos = next;
     }
+}
 
-    if (count == 0) {
-        out.assign(text);
-        return;
-    }
-
+// Marks the occurrences the replace-all passes would rewrite: row by row, leftmost first,
+// skipping any that overlaps one already selected.
+void selectLikePasses(Candidate* cands, size_t count, int lo, int hi) {
     bool overlaps = false;
     for (size_t i = 1; i < count; ++i)
         if (cands[i].start < cands[i - 1].start + cands[i - 1].length) overlaps = true;
     if (!overlaps) {
         for (size_t i = 0; i < count; ++i) cands[i].selected = true;
-    } else {
-        // Row by row, leftmost first. Occurrences overlap only when they are close, so the
-        // neighbour checks stop after a few steps.
-        for (int row = lo; row < hi; ++row) {
-            for (size_t i = 0; i < count; ++i) {
-                if (cands[i].row != row) continue;
-                bool blocked = false;
-                const uint32_t s = cands[i].start, e = s + cands[i].length;
-                for (size_t j = i; j-- > 0 && cands[j].start + 64 > s;) {
-                    if (cands[j].selected && cands[j].start + cands[j].length > s) {
-                        blocked = true;
-                        break;
-                    }
+        return;
+    }
+    // Occurrences overlap only when they are close, so the neighbour checks stop after a few
+    // steps.
+    for (int row = lo; row < hi; ++row) {
+        for (size_t i = 0; i < count; ++i) {
+            if (cands[i].row != row) continue;
+            bool blocked = false;
+            const uint32_t s = cands[i].start, e = s + cands[i].length;
+            for (size_t j = i; j-- > 0 && cands[j].start + 64 > s;) {
+                if (cands[j].selected && cands[j].start + cands[j].length > s) {
+                    blocked = true;
+                    break;
                 }
-                for (size_t j = i + 1; !blocked && j < count && cands[j].start < e; ++j)
-                    if (cands[j].selected) blocked = true;
-                cands[i].selected = !blocked;
             }
+            for (size_t j = i + 1; !blocked && j < count && cands[j].start < e; ++j)
+                if (cands[j].selected) blocked = true;
+            cands[i].selected = !blocked;
         }
     }
+}
+
+// Applies rows [lo, hi) -- all numeric -- to `text` exactly as consecutive replace-all passes
+// would. Inserted values are decimal digits and "-", which no token contains, so a pass can
+// neither create an occurrence of a later token nor split one; what a pass can do is consume
+// characters that a later token shares with it. Tokens have no "__" inside, so two
+// occurrences can only share their boundary underscores. Hence: find every occurrence of an
+// active token in the original text, then select them row by row, leftmost first, skipping
+// any that overlaps one already selected -- the passes' outcome -- and write the result once.
+void applyNumericRows(std::string& out, std::string_view text, const RowValue* values, int lo,
+                      int hi) {
+    CandidateList found;
+    findOccurrences(text, values, lo, hi, found);
+    if (found.size() == 0) {
+        out.assign(text);
+        return;
+    }
+    Candidate* cands = found.data();
+    const size_t count = found.size();
+    selectLikePasses(cands, count, lo, hi);
 
     out.clear();
     out.reserve(text.size() + 16);
     size_t last = 0;
     for (size_t i = 0; i < count; ++i) {
         if (!cands[i].selected) continue;
-        out.append(data + last, cands[i].start - last);
+        out.append(text.data() + last, cands[i].start - last);
         out.append(decimal(values[cands[i].row].value).view());
         last = cands[i].start + cands[i].length;
     }
-    out.append(data + last, n - last);
+    out.append(text.data() + last, text.size() - last);
+}
+
+}  // namespace
+
+namespace {
+
+// Reading and writing the field behind one numeric row, at the field's own width.
+struct NumericRow {
+    int64_t (*get)(const PeloraTrackReplace&);
+    void (*set)(PeloraTrackReplace&, int64_t);
+};
+
+template <auto Field>
+constexpr NumericRow numericRow() {
+    return {[](const PeloraTrackReplace& r) -> int64_t { return r.*Field; },
+            [](PeloraTrackReplace& r, int64_t v) {
+                r.*Field = static_cast<std::remove_reference_t<decltype(r.*Field)>>(v);
+            }};
+}
+
+// The fields in table order (kTokens); the click id's row is text and has none.
+constexpr NumericRow kNumericRows[PeloraTrackReplace::kMacroCount] = {
+    numericRow<&PeloraTrackReplace::__REQ_WIDTH__>(),
+    numericRow<&PeloraTrackReplace::__REQ_HEIGHT__>(),
+    numericRow<&PeloraTrackReplace::__WIDTH__>(),
+    numericRow<&PeloraTrackReplace::__HEIGHT__>(),
+    numericRow<&PeloraTrackReplace::__DOWN_X__>(),
+    numericRow<&PeloraTrackReplace::__DOWN_Y__>(),
+    numericRow<&PeloraTrackReplace::__UP_X__>(),
+    numericRow<&PeloraTrackReplace::__UP_Y__>(),
+    numericRow<&PeloraTrackReplace::__TS__>(),
+    numericRow<&PeloraTrackReplace::__ACTION_ID__>(),
+    {nullptr, nullptr},  // __CLICK_ID__
+    numericRow<&PeloraTrackReplace::__EVENT_TIME_START__>(),
+    numericRow<&PeloraTrackReplace::__EVENT_TIME_END__>(),
+    numericRow<&PeloraTrackReplace::__OFFSET_X__>(),
+    numericRow<&PeloraTrackReplace::__OFFSET_Y__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_TIME__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_BEHAVIOR__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_START_TIME__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_END_TIME__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_PLAY_FIRSR_FRAME__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_PLAY_LAST_FRAME__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_SCENE__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_PLAY_TYPE__>(),
+    numericRow<&PeloraTrackReplace::__VIDEO_STATUS__>(),
+};
+
+const NumericRow* numericRowAt(int row) {
+    if (row < 0 || row >= PeloraTrackReplace::kMacroCount || !kNumericRows[row].get) return nullptr;
+    return &kNumericRows[row];
 }
 
 }  // namespace
 
 int64_t PeloraTrackReplace::numericValue(int row) const {
-    switch (row) {
-        case 0:
-            return __REQ_WIDTH__;
-        case 1:
-            return __REQ_HEIGHT__;
-        case 2:
-            return __WIDTH__;
-        case 3:
-            return __HEIGHT__;
-        case 4:
-            return __DOWN_X__;
-        case 5:
-            return __DOWN_Y__;
-        case 6:
-            return __UP_X__;
-        case 7:
-            return __UP_Y__;
-        case 8:
-            return __TS__;
-        case 9:
-            return __ACTION_ID__;
-        case 11:
-            return __EVENT_TIME_START__;
-        case 12:
-            return __EVENT_TIME_END__;
-        case 13:
-            return __OFFSET_X__;
-        case 14:
-            return __OFFSET_Y__;
-        case 15:
-            return __VIDEO_TIME__;
-        case 16:
-            return __VIDEO_BEHAVIOR__;
-        case 17:
-            return __VIDEO_START_TIME__;
-        case 18:
-            return __VIDEO_END_TIME__;
-        case 19:
-            return __VIDEO_PLAY_FIRSR_FRAME__;
-        case 20:
-            return __VIDEO_PLAY_LAST_FRAME__;
-        case 21:
-            return __VIDEO_SCENE__;
-        case 22:
-            return __VIDEO_PLAY_TYPE__;
-        case 23:
-            return __VIDEO_STATUS__;
-        default:
-            return kUnset;
-    }
+    const NumericRow* numeric = numericRowAt(row);
+    return numeric ? numeric->get(*this) : kUnset;
 }
 
 void PeloraTrackReplace::setNumericValue(int row, int64_t v) {
-    switch (row) {
-        case 0:
-            __REQ_WIDTH__ = static_cast<int32_t>(v);
-            break;
-        case 1:
-            __REQ_HEIGHT__ = static_cast<int32_t>(v);
-            break;
-        case 2:
-            __WIDTH__ = static_cast<int32_t>(v);
-            break;
-        case 3:
-            __HEIGHT__ = static_cast<int32_t>(v);
-            break;
-        case 4:
-            __DOWN_X__ = static_cast<int32_t>(v);
-            break;
-        case 5:
-            __DOWN_Y__ = static_cast<int32_t>(v);
-            break;
-        case 6:
-            __UP_X__ = static_cast<int32_t>(v);
-            break;
-        case 7:
-            __UP_Y__ = static_cast<int32_t>(v);
-            break;
-        case 8:
-            __TS__ = v;
-            break;
-        case 9:
-            __ACTION_ID__ = static_cast<int32_t>(v);
-            break;
-        case 11:
-            __EVENT_TIME_START__ = v;
-            break;
-        case 12:
-            __EVENT_TIME_END__ = v;
-            break;
-        case 13:
-            __OFFSET_X__ = static_cast<int32_t>(v);
-            break;
-        case 14:
-            __OFFSET_Y__ = static_cast<int32_t>(v);
-            break;
-        case 15:
-            __VIDEO_TIME__ = static_cast<int32_t>(v);
-            break;
-        case 16:
-            __VIDEO_BEHAVIOR__ = static_cast<int8_t>(v);
-            break;
-        case 17:
-            __VIDEO_START_TIME__ = static_cast<int32_t>(v);
-            break;
-        case 18:
-            __VIDEO_END_TIME__ = static_cast<int32_t>(v);
-            break;
-        case 19:
-            __VIDEO_PLAY_FIRSR_FRAME__ = static_cast<int8_t>(v);
-            break;
-        case 20:
-            __VIDEO_PLAY_LAST_FRAME__ = static_cast<int8_t>(v);
-            break;
-        case 21:
-            __VIDEO_SCENE__ = static_cast<int16_t>(v);
-            break;
-        case 22:
-            __VIDEO_PLAY_TYPE__ = static_cast<int8_t>(v);
-            break;
-        case 23:
-            __VIDEO_STATUS__ = static_cast<int8_t>(v);
-            break;
-        default:
-            break;
-    }
+    if (const NumericRow* numeric = numericRowAt(row)) numeric->set(*this, v);
 }
 
 int PeloraTrackReplace::rowOfToken(std::string_view token) {

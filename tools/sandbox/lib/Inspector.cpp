@@ -349,6 +349,129 @@ json Inspector::addFetch(const FetchRecord& f) {
     return entry;
 }
 
+namespace {
+
+using MacroValues = std::vector<std::pair<std::string, std::string>>;
+
+// A beacon that fits no URL the sandbox served: its macros read from the standard
+// parameter names.
+json standardMacros(const TrackingRecord& r) {
+    json macros = json::array();
+    for (const auto& [param, macro] : standardParams(r.trackType)) {
+        auto p = r.params.find(param);
+        if (p != r.params.end()) macros.push_back(macroEntry(macro, "url " + param, p->second));
+    }
+    return macros;
+}
+
+// A beacon that fits a served URL: the values its URL's macros took (`urlValues`), each named
+// by the query parameter it came in where the template says, then those of the body template.
+json templateMacros(const MacroValues& urlValues, const std::string& templateUrl,
+                    const std::string& content, const TrackingRecord& r) {
+    std::string tq = pathAndQuery(templateUrl);
+    tq = tq.find('?') == std::string::npos ? std::string() : tq.substr(tq.find('?') + 1);
+    std::map<std::string, std::string> paramOf;
+    size_t start = 0;
+    while (start < tq.size()) {
+        size_t amp = tq.find('&', start);
+        std::string pair = tq.substr(start, amp == std::string::npos ? amp : amp - start);
+        auto eq = pair.find('=');
+        if (eq != std::string::npos)
+            for (const auto& token : tokensIn(pair.substr(eq + 1)))
+                paramOf.emplace(token, pair.substr(0, eq));
+        if (amp == std::string::npos) break;
+        start = amp + 1;
+    }
+    json macros = json::array();
+    for (const auto& [macro, raw] : urlValues) {
+        auto p = paramOf.find(macro);
+        macros.push_back(macroEntry(macro, p != paramOf.end() ? "url " + p->second : "url", raw));
+    }
+    if (!content.empty()) {
+        if (auto values = matchTemplate(content, r.body)) {
+            for (const auto& [macro, raw] : *values)
+                macros.push_back(macroEntry(macro, "body", raw));
+        }
+    }
+    return macros;
+}
+
+// A macro the SDK has no value for on this event stays as written, which is no fault.
+void markUnsetMacros(json& macros, int64_t trackType, const std::string& event) {
+    for (auto& m : macros) {
+        if (m["state"] == "left" && macroMayStayUnset(m["macro"], trackType)) {
+            m["state"] = "unset";
+            m["text"] = "left in place: the SDK has no value for it on a " + event;
+        }
+    }
+}
+
+// Macros still in the URL or body although the SDK had a value for them.
+std::set<std::string> leftMacros(const TrackingRecord& r) {
+    std::set<std::string> left;
+    for (const std::string* text : {&r.url, &r.body})
+        for (const auto& token : tokensIn(*text))
+            if (knownMacros().count(token) && !macroMayStayUnset(token, r.trackType))
+                left.insert(token);
+    return left;
+}
+
+}  // namespace
+
+Inspector::TemplateMatch Inspector::matchServedUrl(const Serving& serving,
+                                                   const TrackingRecord& r) {
+    TemplateMatch match;
+    auto it = serving.templates.find(r.trackType);
+    if (it == serving.templates.end()) return match;
+    const std::string received = pathAndQuery(r.url);
+    // An event may list the same URL twice, and the SDK then calls it twice: the first
+    // matching URL not yet called is the one this beacon is.
+    for (size_t i = 0; i < it->second.size(); ++i) {
+        auto values = matchTemplate(pathAndQuery(it->second[i].url), received);
+        if (!values) continue;
+        const int index = static_cast<int>(i);
+        const bool called = serving.sentTemplates.count({r.trackType, index}) != 0;
+        if (!match.chosen || !called) {
+            match.values = std::move(*values);
+            match.index = index;
+            match.chosen = &it->second[i];
+        }
+        if (!called) break;
+    }
+    return match;
+}
+
+void Inspector::checkAgainstServing(Serving& serving, const TrackingRecord& r, int templateIndex,
+                                    const std::string& id, const std::string& event, json& flags) {
+    const auto key = std::make_pair(r.trackType, templateIndex);
+    auto [it, fresh] = serving.sentTemplates.emplace(key, id);
+    if (!fresh)
+        flags.push_back(flag("duplicate", "sent twice",
+                             "a second " + event + " for " + r.adId + " of fetch " +
+                                 serving.fetchId + " (the first was " + it->second + ")"));
+    if (r.trackType == 2 && serving.templates.count(1) && serving.sent[1].empty())
+        flags.push_back(flag("click-without-impression", "click without impression",
+                             "a click for " + r.adId + " before any impression of it"));
+    if (r.trackType >= 32 && r.trackType <= 34 && !serving.sent[35].empty())
+        flags.push_back(flag("quartile-after-complete", "quartile after completion",
+                             event + " for " + r.adId + " after its video complete (" +
+                                 serving.sent[35].front().first + ")"));
+    serving.sent[r.trackType].emplace_back(id, r.timeMs);
+}
+
+void Inspector::checkUnserved(const TrackingRecord& r, const std::string& id,
+                              const std::string& event, json& flags) {
+    flags.push_back(flag("never-served", "ad never served",
+                         "no fetch answered slot \"" + r.slot + "\" with ad \"" + r.adId +
+                             "\" before this " + event));
+    const std::string key = r.slot + "/" + r.adId + "/" + std::to_string(r.trackType);
+    auto [it, fresh] = unservedSent_.emplace(key, id);
+    if (!fresh)
+        flags.push_back(
+            flag("duplicate", "sent twice",
+                 "a second " + event + " for " + r.adId + " (the first was " + it->second + ")"));
+}
+
 json Inspector::addBeacon(const TrackingRecord& r) {
     const std::string id = "b" + std::to_string(nextBeacon_++);
     const std::string event = trackEventName(r.trackType);
@@ -358,92 +481,22 @@ json Inspector::addBeacon(const TrackingRecord& r) {
     entry["bodyJson"] = parseOrNull(r.body);
     entry["event"] = event;
     entry["serving"] = nullptr;
-    entry["macros"] = json::array();
-    entry["flags"] = json::array();
-    json& macros = entry["macros"];
-    json& flags = entry["flags"];
-
-    Serving* serving = r.slot.empty() ? nullptr : latestServing(r.slot, r.adId);
-    const std::string received = pathAndQuery(r.url);
 
     // Which of the served URLs this beacon is, so the macros read from the same places.
-    int templateIndex = -1;
-    const Template* chosen = nullptr;
+    Serving* serving = r.slot.empty() ? nullptr : latestServing(r.slot, r.adId);
+    TemplateMatch match;
     if (serving) {
         entry["serving"] = serving->id;
-        auto it = serving->templates.find(r.trackType);
-        if (it != serving->templates.end()) {
-            // An event may list the same URL twice, and the SDK then calls it twice: the
-            // first matching URL not yet called is the one this beacon is.
-            std::optional<std::vector<std::pair<std::string, std::string>>> found;
-            for (size_t i = 0; i < it->second.size(); ++i) {
-                auto values = matchTemplate(pathAndQuery(it->second[i].url), received);
-                if (!values) continue;
-                const int index = static_cast<int>(i);
-                const bool called = serving->sentTemplates.count({r.trackType, index}) != 0;
-                if (!found || !called) {
-                    found = std::move(values);
-                    templateIndex = index;
-                    chosen = &it->second[i];
-                }
-                if (!called) break;
-            }
-            if (found)
-                for (const auto& [macro, raw] : *found)
-                    macros.push_back(macroEntry(macro, "url", raw));
-        }
+        match = matchServedUrl(*serving, r);
     }
-    if (!chosen) {
-        // No served template fits: read the standard parameter names.
-        for (const auto& [param, macro] : standardParams(r.trackType)) {
-            auto p = r.params.find(param);
-            if (p != r.params.end()) macros.push_back(macroEntry(macro, "url " + param, p->second));
-        }
-    } else {
-        // Name the query parameter each macro came from, where the template says.
-        std::string tq = pathAndQuery(chosen->url);
-        tq = tq.find('?') == std::string::npos ? std::string() : tq.substr(tq.find('?') + 1);
-        std::map<std::string, std::string> paramOf;
-        size_t start = 0;
-        while (start < tq.size()) {
-            size_t amp = tq.find('&', start);
-            std::string pair = tq.substr(start, amp == std::string::npos ? amp : amp - start);
-            auto eq = pair.find('=');
-            if (eq != std::string::npos)
-                for (const auto& token : tokensIn(pair.substr(eq + 1)))
-                    paramOf.emplace(token, pair.substr(0, eq));
-            if (amp == std::string::npos) break;
-            start = amp + 1;
-        }
-        for (auto& m : macros) {
-            auto p = paramOf.find(m["macro"].get<std::string>());
-            if (p != paramOf.end()) m["where"] = "url " + p->second;
-        }
-        if (!chosen->content.empty()) {
-            if (auto values = matchTemplate(chosen->content, r.body)) {
-                for (const auto& [macro, raw] : *values)
-                    macros.push_back(macroEntry(macro, "body", raw));
-            }
-        }
-    }
+    json macros = match.chosen
+                      ? templateMacros(match.values, match.chosen->url, match.chosen->content, r)
+                      : standardMacros(r);
+    markUnsetMacros(macros, r.trackType, event);
+    entry["macros"] = std::move(macros);
 
-    // A macro the SDK has no value for on this event stays as written, which is no fault.
-    for (auto& m : macros) {
-        if (m["state"] == "left" && macroMayStayUnset(m["macro"], r.trackType)) {
-            m["state"] = "unset";
-            m["text"] = "left in place: the SDK has no value for it on a " + event;
-        }
-    }
-
-    // Macros still in the URL or body although the SDK had a value for them.
-    std::set<std::string> left;
-    for (const auto& token : tokensIn(r.url))
-        if (knownMacros().count(token) && !macroMayStayUnset(token, r.trackType))
-            left.insert(token);
-    for (const auto& token : tokensIn(r.body))
-        if (knownMacros().count(token) && !macroMayStayUnset(token, r.trackType))
-            left.insert(token);
-    if (!left.empty()) {
+    json flags = json::array();
+    if (auto left = leftMacros(r); !left.empty()) {
         std::string names;
         for (const auto& token : left) names += (names.empty() ? "" : ", ") + token;
         flags.push_back(flag("macro-left", "macro left in place",
@@ -452,33 +505,12 @@ json Inspector::addBeacon(const TrackingRecord& r) {
                                  (left.size() == 1 ? "it" : "them") + " on a " + event));
         entry["leftMacros"] = left;
     }
-
-    if (!serving) {
-        flags.push_back(flag("never-served", "ad never served",
-                             "no fetch answered slot \"" + r.slot + "\" with ad \"" + r.adId +
-                                 "\" before this " + event));
-        const std::string key = r.slot + "/" + r.adId + "/" + std::to_string(r.trackType);
-        auto [it, fresh] = unservedSent_.emplace(key, id);
-        if (!fresh)
-            flags.push_back(flag(
-                "duplicate", "sent twice",
-                "a second " + event + " for " + r.adId + " (the first was " + it->second + ")"));
+    if (serving) {
+        checkAgainstServing(*serving, r, match.index, id, event, flags);
     } else {
-        const auto key = std::make_pair(r.trackType, templateIndex);
-        auto [it, fresh] = serving->sentTemplates.emplace(key, id);
-        if (!fresh)
-            flags.push_back(flag("duplicate", "sent twice",
-                                 "a second " + event + " for " + r.adId + " of fetch " +
-                                     serving->fetchId + " (the first was " + it->second + ")"));
-        if (r.trackType == 2 && serving->templates.count(1) && serving->sent[1].empty())
-            flags.push_back(flag("click-without-impression", "click without impression",
-                                 "a click for " + r.adId + " before any impression of it"));
-        if (r.trackType >= 32 && r.trackType <= 34 && !serving->sent[35].empty())
-            flags.push_back(flag("quartile-after-complete", "quartile after completion",
-                                 event + " for " + r.adId + " after its video complete (" +
-                                     serving->sent[35].front().first + ")"));
-        serving->sent[r.trackType].emplace_back(id, r.timeMs);
+        checkUnserved(r, id, event, flags);
     }
+    entry["flags"] = std::move(flags);
     beacons_.push_back(entry);
     return entry;
 }

@@ -54,7 +54,24 @@ class Inspector {
         std::map<std::pair<int64_t, int>, std::string> sentTemplates;
     };
 
+    // The served URL a beacon is: its index in the event's list, the template and the values
+    // its macros took; index -1 and no template when none fits.
+    struct TemplateMatch {
+        int index = -1;
+        const Template* chosen = nullptr;
+        std::vector<std::pair<std::string, std::string>> values;
+    };
+
     Serving* latestServing(const std::string& slot, const std::string& adId);
+    static TemplateMatch matchServedUrl(const Serving& serving, const TrackingRecord& beacon);
+    // The flags that depend on what was served and sent before (a repeat, a click before the
+    // impression, a quartile after completion); records the beacon as sent.
+    static void checkAgainstServing(Serving& serving, const TrackingRecord& beacon,
+                                    int templateIndex, const std::string& id,
+                                    const std::string& event, nlohmann::json& flags);
+    // A beacon of an ad no fetch served, and its repeats.
+    void checkUnserved(const TrackingRecord& beacon, const std::string& id,
+                       const std::string& event, nlohmann::json& flags);
     nlohmann::json servingJson(const Serving& s) const;
 
     std::vector<nlohmann::json> fetches_;
