@@ -27,7 +27,7 @@ class PELORA_EXPORT PeloraNativeAdDelegate {
                                           std::shared_ptr<pelora::ui::View> /*view*/) {}
 };
 
-class PELORA_EXPORT PeloraNativeAd : public std::enable_shared_from_this<PeloraNativeAd> {
+class PELORA_EXPORT PeloraNativeAd final : public std::enable_shared_from_this<PeloraNativeAd> {
   public:
     // Use init(): the tracker's handlers point back to the native ad.
     PeloraNativeAd() = default;

@@ -29,7 +29,8 @@ enum PeloraNetworkStatus : int64_t {
 
 // Tells which network the device is on and announces changes. Status reads go to the
 // platform each time; the instance keeps no cached state.
-class PELORA_EXPORT PeloraNetReachable : public std::enable_shared_from_this<PeloraNetReachable> {
+class PELORA_EXPORT PeloraNetReachable final
+    : public std::enable_shared_from_this<PeloraNetReachable> {
     struct PrivateTag {};
 
   public:

@@ -24,7 +24,7 @@ inline constexpr const char kPeloraDownloadErrorDomain[] = "sdk.data.err.downloa
 
 // The host's first point of contact: the application id and the SDK's identity values, plus
 // the one process-wide reachability monitor whose status every ad request carries.
-class PELORA_EXPORT PeloraSDKManager : public std::enable_shared_from_this<PeloraSDKManager> {
+class PELORA_EXPORT PeloraSDKManager final : public std::enable_shared_from_this<PeloraSDKManager> {
     struct PrivateTag {};
 
   public:
@@ -78,7 +78,7 @@ class PELORA_EXPORT PeloraSDKManager : public std::enable_shared_from_this<Pelor
 
 // The ad server's address and the SDK's limits, as the installed platform's options give them
 // (pelora::platform::SdkOptions: set them when installing the platform).
-class PELORA_EXPORT PeloraConstConfig {
+class PELORA_EXPORT PeloraConstConfig final {
   public:
     PeloraConstConfig() = delete;
     // Scheme plus host, no trailing slash: the options' server origin, else the compiled-in one.
