@@ -9,7 +9,7 @@ std::map<std::string, std::type_index> PeloraRespTrackObject::modelContainerProp
     return {{"urls", typeid(std::string)}};
 }
 
-_PeloraYYModelSchema plyy_schema(const PeloraRespTrackObject*) {
+PeloraYYModelSchema plyy_schema(const PeloraRespTrackObject*) {
     using T = PeloraRespTrackObject;
     return plyy_makeSchema<T>(
         {PLYY_PROPERTIES(T, trackType, urls, method, contentType, content, clicked_upload)},
@@ -22,7 +22,7 @@ std::map<std::string, std::type_index> PeloraRespVideoObject::modelContainerProp
     return {{"coverUrls", typeid(std::string)}};
 }
 
-_PeloraYYModelSchema plyy_schema(const PeloraRespVideoObject*) {
+PeloraYYModelSchema plyy_schema(const PeloraRespVideoObject*) {
     using T = PeloraRespVideoObject;
     return plyy_makeSchema<T>(
         {PLYY_PROPERTIES(T, videoUrl, videoDuration, size, width, height, coverUrls, buttonText,
@@ -72,7 +72,7 @@ struct TrackUrlsField {
 
 }  // namespace
 
-_PeloraYYModelSchema plyy_schema(const PeloraApiAd*) {
+PeloraYYModelSchema plyy_schema(const PeloraApiAd*) {
     using T = PeloraApiAd;
     // Only the server's keys are mapped; the transport's and tracker's marks stay out of the
     // wire format.
@@ -89,7 +89,7 @@ std::map<std::string, std::type_index> PeloraRespObject::modelContainerPropertyG
     return {{"ads", typeid(PeloraApiAd)}};
 }
 
-_PeloraYYModelSchema plyy_schema(const PeloraRespObject*) {
+PeloraYYModelSchema plyy_schema(const PeloraRespObject*) {
     using T = PeloraRespObject;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, reqId, provider, ads)}, "PeloraRespObject");
 }
@@ -100,7 +100,7 @@ std::map<std::string, std::string> PeloraRespData::modelCustomPropertyMapper() {
     return {{"rData", "data"}};
 }
 
-_PeloraYYModelSchema plyy_schema(const PeloraRespData*) {
+PeloraYYModelSchema plyy_schema(const PeloraRespData*) {
     using T = PeloraRespData;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, code, rData)}, "PeloraRespData");
 }

@@ -7,8 +7,8 @@
 #include "pelora/PeloraApiAd.h"
 #include "support/PeloraYYSchema.h"
 
-_PeloraYYModelSchema plyy_schema(const PeloraRespTrackObject*);
-_PeloraYYModelSchema plyy_schema(const PeloraRespVideoObject*);
-_PeloraYYModelSchema plyy_schema(const PeloraApiAd*);
-_PeloraYYModelSchema plyy_schema(const PeloraRespObject*);
-_PeloraYYModelSchema plyy_schema(const PeloraRespData*);
+PeloraYYModelSchema plyy_schema(const PeloraRespTrackObject*);
+PeloraYYModelSchema plyy_schema(const PeloraRespVideoObject*);
+PeloraYYModelSchema plyy_schema(const PeloraApiAd*);
+PeloraYYModelSchema plyy_schema(const PeloraRespObject*);
+PeloraYYModelSchema plyy_schema(const PeloraRespData*);

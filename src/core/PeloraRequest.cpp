@@ -55,7 +55,7 @@ void PeloraUrlQuery::configInit() {
     sdkN = PeloraSDKManager::sdkName();
 }
 
-_PeloraYYModelSchema PeloraUrlQuery::plyy_schema() {
+PeloraYYModelSchema PeloraUrlQuery::plyy_schema() {
     using T = PeloraUrlQuery;
     return plyy_makeSchema<T>(
         {PLYY_PROPERTIES(T, reqId, reqTs, sdkV, sdkVc, appId, appV, appVc, os, udid, sdkN)},
@@ -74,7 +74,7 @@ void PeloraReqAppObject::configInit() {
     appId = PeloraSDKManager::appID();
 }
 
-_PeloraYYModelSchema PeloraReqAppObject::plyy_schema() {
+PeloraYYModelSchema PeloraReqAppObject::plyy_schema() {
     using T = PeloraReqAppObject;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, lng, lat, gpsType, hasD, cost, appId)},
                               "PeloraReqAppObject");
@@ -125,7 +125,7 @@ void PeloraReqDeviceObject::configInit() {
     imsi = PeloraTool::imsi();
 }
 
-_PeloraYYModelSchema PeloraReqDeviceObject::plyy_schema() {
+PeloraYYModelSchema PeloraReqDeviceObject::plyy_schema() {
     using T = PeloraReqDeviceObject;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, deviceId, imei, os, osVersion, net, vendor, model,
                                                language, screenWidth, screenHeight, mac,
@@ -151,7 +151,7 @@ void PeloraReqSlotObject::configInit() {
     height = 0;
 }
 
-_PeloraYYModelSchema PeloraReqSlotObject::plyy_schema() {
+PeloraYYModelSchema PeloraReqSlotObject::plyy_schema() {
     using T = PeloraReqSlotObject;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, slotId, adType, position, acceptedCreativeTypes,
                                                acceptedInteractionType, width, height)},
@@ -172,7 +172,7 @@ void PeloraReqBody::configInit() {
     slot = PeloraReqSlotObject::init();
 }
 
-_PeloraYYModelSchema PeloraReqBody::plyy_schema() {
+PeloraYYModelSchema PeloraReqBody::plyy_schema() {
     using T = PeloraReqBody;
     return plyy_makeSchema<T>({PLYY_PROPERTIES(T, device, slot, appInfo)}, "PeloraReqBody");
 }

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-struct _PeloraYYModelSchema;
+struct PeloraYYModelSchema;
 
 struct PeloraUrlQuery {
     std::optional<std::string> reqId;
@@ -25,7 +25,7 @@ struct PeloraUrlQuery {
 
     static std::shared_ptr<PeloraUrlQuery> init();
     void configInit();
-    static _PeloraYYModelSchema plyy_schema();
+    static PeloraYYModelSchema plyy_schema();
 };
 
 struct PeloraReqAppObject {
@@ -38,7 +38,7 @@ struct PeloraReqAppObject {
 
     static std::shared_ptr<PeloraReqAppObject> init();
     void configInit();
-    static _PeloraYYModelSchema plyy_schema();
+    static PeloraYYModelSchema plyy_schema();
 };
 
 struct PeloraReqDeviceObject {
@@ -62,7 +62,7 @@ struct PeloraReqDeviceObject {
 
     static std::shared_ptr<PeloraReqDeviceObject> init();
     void configInit();
-    static _PeloraYYModelSchema plyy_schema();
+    static PeloraYYModelSchema plyy_schema();
 };
 
 struct PeloraReqSlotObject {
@@ -76,7 +76,7 @@ struct PeloraReqSlotObject {
 
     static std::shared_ptr<PeloraReqSlotObject> init();
     void configInit();
-    static _PeloraYYModelSchema plyy_schema();
+    static PeloraYYModelSchema plyy_schema();
 };
 
 struct PeloraReqBody {
@@ -86,5 +86,5 @@ struct PeloraReqBody {
 
     static std::shared_ptr<PeloraReqBody> init();
     void configInit();
-    static _PeloraYYModelSchema plyy_schema();
+    static PeloraYYModelSchema plyy_schema();
 };

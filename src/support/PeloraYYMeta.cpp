@@ -34,14 +34,14 @@ std::vector<std::string> splitKeyPath(const std::string& text) {
 
 }  // namespace
 
-void _PeloraYYKeyTable::reserve(std::size_t keys) {
+void PeloraYYKeyTable::reserve(std::size_t keys) {
     std::size_t size = 8;
     while (size < keys * 2) size *= 2;
     entries_.assign(size, Entry{});
     mask_ = size - 1;
 }
 
-const _PeloraYYModelPropertyMeta*& _PeloraYYKeyTable::slot(const std::string& key) {
+const PeloraYYModelPropertyMeta*& PeloraYYKeyTable::slot(const std::string& key) {
     for (std::size_t i = hashOf(key) & mask_;; i = (i + 1) & mask_) {
         Entry& e = entries_[i];
         if (!e.used) {
@@ -53,7 +53,7 @@ const _PeloraYYModelPropertyMeta*& _PeloraYYKeyTable::slot(const std::string& ke
     }
 }
 
-const _PeloraYYModelPropertyMeta* _PeloraYYKeyTable::find(std::string_view key) const {
+const PeloraYYModelPropertyMeta* PeloraYYKeyTable::find(std::string_view key) const {
     if (entries_.empty()) return nullptr;
     for (std::size_t i = hashOf(key) & mask_;; i = (i + 1) & mask_) {
         const Entry& e = entries_[i];
@@ -66,8 +66,8 @@ namespace {
 
 // The declared properties that count: later declarations of a name replace earlier ones (a
 // subclass over its base), then the black and white lists apply.
-std::vector<_PeloraYYPropertyDecl> effectiveProperties(const _PeloraYYModelSchema& schema) {
-    std::vector<_PeloraYYPropertyDecl> properties;
+std::vector<PeloraYYPropertyDecl> effectiveProperties(const PeloraYYModelSchema& schema) {
+    std::vector<PeloraYYPropertyDecl> properties;
     for (const auto& decl : schema.properties) {
         auto same = std::find_if(properties.begin(), properties.end(),
                                  [&](const auto& p) { return p.name == decl.name; });
@@ -87,7 +87,7 @@ std::vector<_PeloraYYPropertyDecl> effectiveProperties(const _PeloraYYModelSchem
 }
 
 // The key, key path or list of keys the custom mapper gives a property.
-void applyKeyMapping(_PeloraYYModelPropertyMeta& p, const PeloraYYKeyMapping& mapping) {
+void applyKeyMapping(PeloraYYModelPropertyMeta& p, const PeloraYYKeyMapping& mapping) {
     if (const auto* key = std::get_if<std::string>(&mapping)) {
         auto path = splitKeyPath(*key);
         if (path.size() == 1) {
@@ -115,7 +115,7 @@ void applyKeyMapping(_PeloraYYModelPropertyMeta& p, const PeloraYYKeyMapping& ma
 void buildWriteOrder(_PeloraYYModelMeta& meta) {
     meta.writeOrder.reserve(meta.allPropertyMetas.size());
     for (const auto& p : meta.allPropertyMetas)
-        meta.writeOrder.push_back({&p, _plyy_dumpJSON(p.mappedToKey) + ':', false});
+        meta.writeOrder.push_back({&p, plyyImpl_dumpJSON(p.mappedToKey) + ':', false});
     std::stable_sort(meta.writeOrder.begin(), meta.writeOrder.end(),
                      [](const auto& a, const auto& b) {
                          return a.property->mappedToKey < b.property->mappedToKey;
@@ -128,7 +128,7 @@ void buildWriteOrder(_PeloraYYModelMeta& meta) {
 
 }  // namespace
 
-_PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
+_PeloraYYModelMeta _PeloraYYModelMeta::build(PeloraYYModelSchema schema) {
     _PeloraYYModelMeta meta;
     meta.cls = schema.cls;
     meta.className = schema.className;
@@ -136,7 +136,7 @@ _PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
     const auto properties = effectiveProperties(schema);
     meta.allPropertyMetas.reserve(properties.size());
     for (const auto& decl : properties) {
-        _PeloraYYModelPropertyMeta p;
+        PeloraYYModelPropertyMeta p;
         p.name = decl.name;
         p.type = decl.type;
         p.elementClass = decl.elementClass;
@@ -173,7 +173,7 @@ _PeloraYYModelMeta _PeloraYYModelMeta::build(_PeloraYYModelSchema schema) {
 }
 
 const _PeloraYYModelMeta& _PeloraYYModelMeta::cachedMeta(std::type_index cls,
-                                                         _PeloraYYModelSchema (*schema)()) {
+                                                         PeloraYYModelSchema (*schema)()) {
     static std::mutex lock;
     static std::unordered_map<std::type_index, std::unique_ptr<_PeloraYYModelMeta>> cache;
     std::lock_guard<std::mutex> guard(lock);

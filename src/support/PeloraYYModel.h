@@ -3,7 +3,7 @@
 // JSON <-> record mapping driven by a small per-record schema.
 //
 // A record type opts in with a static member
-//     static _PeloraYYModelSchema plyy_schema();
+//     static PeloraYYModelSchema plyy_schema();
 // that lists its mapped properties, e.g.
 //     return plyy_makeSchema<PeloraRespVideoObject>({PLYY_PROPERTY(PeloraRespVideoObject,
 //     videoUrl), ...});
@@ -51,27 +51,27 @@
 
 // ---- untyped entry points (PeloraYYReading.cpp, PeloraYYWriting.cpp)
 // -------------------------------------------------
-std::shared_ptr<void> _plyy_modelWithBytes(const _PeloraYYModelMeta& meta, std::string_view bytes,
-                                           std::string* whyNot);
-std::shared_ptr<void> _plyy_modelWithDictionary(const _PeloraYYModelMeta& meta,
-                                                const nlohmann::json& dict, std::string* whyNot);
-bool _plyy_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::string_view bytes,
-                             std::string* whyNot);
-bool _plyy_modelSetWithDictionary(const _PeloraYYModelMeta& meta, void* model,
-                                  const nlohmann::json& dict, std::string* whyNot);
-std::vector<std::shared_ptr<void>> _plyy_modelArrayWithBytes(const _PeloraYYModelMeta& meta,
-                                                             std::string_view bytes);
-std::vector<std::shared_ptr<void>> _plyy_modelArrayWithJSON(const _PeloraYYModelMeta& meta,
-                                                            const nlohmann::json& array);
-std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithBytes(
+std::shared_ptr<void> plyyImpl_modelWithBytes(const _PeloraYYModelMeta& meta,
+                                              std::string_view bytes, std::string* whyNot);
+std::shared_ptr<void> plyyImpl_modelWithDictionary(const _PeloraYYModelMeta& meta,
+                                                   const nlohmann::json& dict, std::string* whyNot);
+bool plyyImpl_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::string_view bytes,
+                                std::string* whyNot);
+bool plyyImpl_modelSetWithDictionary(const _PeloraYYModelMeta& meta, void* model,
+                                     const nlohmann::json& dict, std::string* whyNot);
+std::vector<std::shared_ptr<void>> plyyImpl_modelArrayWithBytes(const _PeloraYYModelMeta& meta,
+                                                                std::string_view bytes);
+std::vector<std::shared_ptr<void>> plyyImpl_modelArrayWithJSON(const _PeloraYYModelMeta& meta,
+                                                               const nlohmann::json& array);
+std::map<std::string, std::shared_ptr<void>> plyyImpl_modelDictionaryWithBytes(
     const _PeloraYYModelMeta& meta, std::string_view bytes);
-std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithJSON(
+std::map<std::string, std::shared_ptr<void>> plyyImpl_modelDictionaryWithJSON(
     const _PeloraYYModelMeta& meta, const nlohmann::json& dict);
-nlohmann::json _plyy_modelToJSONObject(const _PeloraYYModelMeta& meta, const void* model);
-// The bytes of dumping _plyy_modelToJSONObject, written without building the dictionary
+nlohmann::json plyyImpl_modelToJSONObject(const _PeloraYYModelMeta& meta, const void* model);
+// The bytes of dumping plyyImpl_modelToJSONObject, written without building the dictionary
 // wherever the record allows; nothing when the dictionary would be null.
-std::optional<std::string> _plyy_modelToJSONBytes(const _PeloraYYModelMeta& meta,
-                                                  const void* model);
+std::optional<std::string> plyyImpl_modelToJSONBytes(const _PeloraYYModelMeta& meta,
+                                                     const void* model);
 // One top-level value of a record as its dictionary would hold it: texts and numbers as they
 // are, anything else (dates, lists, records, dictionaries) as the dictionary's value.
 struct PeloraYYValueRef {
@@ -85,10 +85,10 @@ using PeloraYYValueVisitor = void (*)(void* context, std::string_view key,
 // Visits the values the record's dictionary would hold, in the dictionary's key order,
 // without building it. False, having visited nothing, when the record cannot be read this way
 // (key paths or a write hook): then build the dictionary instead.
-bool _plyy_modelVisitValues(const _PeloraYYModelMeta& meta, const void* model,
-                            PeloraYYValueVisitor visit, void* context);
+bool plyyImpl_modelVisitValues(const _PeloraYYModelMeta& meta, const void* model,
+                               PeloraYYValueVisitor visit, void* context);
 // Serialises without options; never throws (text that is not UTF-8 is replaced).
-std::string _plyy_dumpJSON(const nlohmann::json& value);
+std::string plyyImpl_dumpJSON(const nlohmann::json& value);
 
 // Date text in the fixed formats the mapping accepts (chosen by length), UTC unless the text
 // carries a zone; nothing when the text fits none.
@@ -111,7 +111,7 @@ bool plyy_isValidJSON(std::string_view bytes, std::string* whyNot = nullptr);
 template <class T>
 std::shared_ptr<T> plyy_modelWithJSON(std::string_view bytes, std::string* whyNot = nullptr) {
     return std::static_pointer_cast<T>(
-        _plyy_modelWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), bytes, whyNot));
+        plyyImpl_modelWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), bytes, whyNot));
 }
 template <class T>
 std::shared_ptr<T> plyy_modelWithJSON(const std::string& bytes, std::string* whyNot = nullptr) {
@@ -126,7 +126,7 @@ template <class T>
 std::shared_ptr<T> plyy_modelWithDictionary(const nlohmann::json& dict,
                                             std::string* whyNot = nullptr) {
     return std::static_pointer_cast<T>(
-        _plyy_modelWithDictionary(_PeloraYYModelMeta::metaWithClass<T>(), dict, whyNot));
+        plyyImpl_modelWithDictionary(_PeloraYYModelMeta::metaWithClass<T>(), dict, whyNot));
 }
 template <class T>
 std::shared_ptr<T> plyy_modelWithJSON(const nlohmann::json& value, std::string* whyNot = nullptr) {
@@ -141,7 +141,8 @@ std::shared_ptr<T> plyy_modelWithJSON(const nlohmann::json& value, std::string* 
 
 template <class T>
 bool plyy_modelSetWithJSON(T& model, std::string_view bytes, std::string* whyNot = nullptr) {
-    return _plyy_modelSetWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), &model, bytes, whyNot);
+    return plyyImpl_modelSetWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), &model, bytes,
+                                      whyNot);
 }
 template <class T>
 bool plyy_modelSetWithJSON(T& model, const std::string& bytes, std::string* whyNot = nullptr) {
@@ -154,8 +155,8 @@ bool plyy_modelSetWithJSON(T& model, const char* bytes, std::string* whyNot = nu
 template <class T>
 bool plyy_modelSetWithDictionary(T& model, const nlohmann::json& dict,
                                  std::string* whyNot = nullptr) {
-    return _plyy_modelSetWithDictionary(_PeloraYYModelMeta::metaWithClass<T>(), &model, dict,
-                                        whyNot);
+    return plyyImpl_modelSetWithDictionary(_PeloraYYModelMeta::metaWithClass<T>(), &model, dict,
+                                           whyNot);
 }
 template <class T>
 bool plyy_modelSetWithJSON(T& model, const nlohmann::json& value, std::string* whyNot = nullptr) {
@@ -185,7 +186,7 @@ std::map<std::string, std::shared_ptr<T>> castAll(
 template <class T>
 std::vector<std::shared_ptr<T>> plyy_modelArrayWithClass(std::string_view bytes) {
     return plyy_detail::castAll<T>(
-        _plyy_modelArrayWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), bytes));
+        plyyImpl_modelArrayWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), bytes));
 }
 template <class T>
 std::vector<std::shared_ptr<T>> plyy_modelArrayWithClass(const std::string& bytes) {
@@ -195,14 +196,14 @@ template <class T>
 std::vector<std::shared_ptr<T>> plyy_modelArrayWithClass(const nlohmann::json& array) {
     if (array.is_string()) return plyy_modelArrayWithClass<T>(array.get_ref<const std::string&>());
     return plyy_detail::castAll<T>(
-        _plyy_modelArrayWithJSON(_PeloraYYModelMeta::metaWithClass<T>(), array));
+        plyyImpl_modelArrayWithJSON(_PeloraYYModelMeta::metaWithClass<T>(), array));
 }
 
 // A dictionary of dictionaries -> records under the same keys.
 template <class T>
 std::map<std::string, std::shared_ptr<T>> plyy_modelDictionaryWithClass(std::string_view bytes) {
     return plyy_detail::castAll<T>(
-        _plyy_modelDictionaryWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), bytes));
+        plyyImpl_modelDictionaryWithBytes(_PeloraYYModelMeta::metaWithClass<T>(), bytes));
 }
 template <class T>
 std::map<std::string, std::shared_ptr<T>> plyy_modelDictionaryWithClass(const std::string& bytes) {
@@ -214,18 +215,18 @@ std::map<std::string, std::shared_ptr<T>> plyy_modelDictionaryWithClass(
     if (dict.is_string())
         return plyy_modelDictionaryWithClass<T>(dict.get_ref<const std::string&>());
     return plyy_detail::castAll<T>(
-        _plyy_modelDictionaryWithJSON(_PeloraYYModelMeta::metaWithClass<T>(), dict));
+        plyyImpl_modelDictionaryWithJSON(_PeloraYYModelMeta::metaWithClass<T>(), dict));
 }
 
 // Writing: a record becomes a dictionary (null json when a hook vetoes it).
 template <class T>
 nlohmann::json plyy_modelToJSONObject(const T& model) {
-    return _plyy_modelToJSONObject(_PeloraYYModelMeta::metaWithClass<T>(), &model);
+    return plyyImpl_modelToJSONObject(_PeloraYYModelMeta::metaWithClass<T>(), &model);
 }
-// See _plyy_modelVisitValues; `visit(std::string_view key, const PeloraYYValueRef& value)`.
+// See plyyImpl_modelVisitValues; `visit(std::string_view key, const PeloraYYValueRef& value)`.
 template <class T, class F>
 bool plyy_modelVisitValues(const T& model, F&& visit) {
-    return _plyy_modelVisitValues(
+    return plyyImpl_modelVisitValues(
         _PeloraYYModelMeta::metaWithClass<T>(), &model,
         [](void* context, std::string_view key, const PeloraYYValueRef& value) {
             (*static_cast<std::remove_reference_t<F>*>(context))(key, value);
@@ -234,7 +235,7 @@ bool plyy_modelVisitValues(const T& model, F&& visit) {
 }
 template <class T>
 std::optional<std::string> plyy_modelToJSONData(const T& model) {
-    return _plyy_modelToJSONBytes(_PeloraYYModelMeta::metaWithClass<T>(), &model);
+    return plyyImpl_modelToJSONBytes(_PeloraYYModelMeta::metaWithClass<T>(), &model);
 }
 template <class T>
 std::optional<std::string> plyy_modelToJSONString(const T& model) {

@@ -58,7 +58,7 @@ template <class V>
 NewRecord newRecordFor(const _PeloraYYModelMeta& meta, V dict) {
     if (meta.schema.customClassForDictionary) {
         nlohmann::json holder;
-        const _PeloraYYClassChoice choice =
+        const PeloraYYClassChoice choice =
             meta.schema.customClassForDictionary(hookInput(dict, holder));
         if (choice.meta) {
             const _PeloraYYModelMeta& built = choice.meta();
@@ -126,7 +126,7 @@ PeloraYYNumber numberOf(V value) {
 // Text, dates and lists of text: null clears the property, a value of another shape leaves
 // it as it was (a number or a boolean given for text becomes its text).
 template <class V>
-void setTextProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value) {
+void setTextProperty(const PeloraYYModelPropertyMeta& p, void* model, V value) {
     const VKind kind = value.kind();
     const auto& a = p.access;
     switch (p.type) {
@@ -168,7 +168,7 @@ void setTextProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value) 
 // Dictionaries and records, alone, in lists or in dictionaries: null clears the property, a
 // value of another shape leaves it as it was, and nesting past the limit refuses the input.
 template <class V>
-void setNestedProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
+void setNestedProperty(const PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
                        MapContext& ctx) {
     const VKind kind = value.kind();
     const auto& a = p.access;
@@ -225,7 +225,7 @@ void setNestedProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value
 }
 
 template <class V>
-void setProperty(const _PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
+void setProperty(const PeloraYYModelPropertyMeta& p, void* model, V value, int depth,
                  MapContext& ctx) {
     switch (p.type) {
         case PeloraYYEncodingType::Bool:
@@ -270,7 +270,7 @@ std::optional<V> lookupPath(V dict, const std::vector<std::string>& path) {
 }
 
 template <class V>
-std::optional<V> lookup(const _PeloraYYModelPropertyMeta& p, V dict) {
+std::optional<V> lookup(const PeloraYYModelPropertyMeta& p, V dict) {
     if (p.isMultiKey()) {
         for (const auto& candidate : p.mappedToKeyArray) {
             if (auto v = lookupPath(dict, candidate)) return v;
@@ -455,8 +455,8 @@ bool plyy_isValidJSON(std::string_view bytes, std::string* whyNot) {
     return static_cast<bool>(parseAnswer(bytes, whyNot));
 }
 
-std::shared_ptr<void> _plyy_modelWithBytes(const _PeloraYYModelMeta& meta, std::string_view bytes,
-                                           std::string* whyNot) {
+std::shared_ptr<void> plyyImpl_modelWithBytes(const _PeloraYYModelMeta& meta,
+                                              std::string_view bytes, std::string* whyNot) {
     auto parsed = parseAnswer(bytes, whyNot);
     if (!parsed) return nullptr;
     if (parsed.general) {
@@ -464,7 +464,7 @@ std::shared_ptr<void> _plyy_modelWithBytes(const _PeloraYYModelMeta& meta, std::
             if (whyNot) *whyNot = "the JSON text is not an object";
             return nullptr;
         }
-        return _plyy_modelWithDictionary(meta, *parsed.general, whyNot);
+        return plyyImpl_modelWithDictionary(meta, *parsed.general, whyNot);
     }
     SimdView view{*parsed.simd};
     if (view.kind() != VKind::Object) {
@@ -480,22 +480,24 @@ std::shared_ptr<void> _plyy_modelWithBytes(const _PeloraYYModelMeta& meta, std::
     return std::move(one.record);
 }
 
-std::shared_ptr<void> _plyy_modelWithDictionary(const _PeloraYYModelMeta& meta,
-                                                const nlohmann::json& dict, std::string* whyNot) {
+std::shared_ptr<void> plyyImpl_modelWithDictionary(const _PeloraYYModelMeta& meta,
+                                                   const nlohmann::json& dict,
+                                                   std::string* whyNot) {
     if (!dict.is_object()) {
         if (whyNot) *whyNot = "input is not a JSON object";
         return nullptr;
     }
     NewRecord one = newRecordFor(meta, JsonView{&dict});
-    if (!_plyy_modelSetWithDictionary(*one.meta, one.target, dict, whyNot)) return nullptr;
+    if (!plyyImpl_modelSetWithDictionary(*one.meta, one.target, dict, whyNot)) return nullptr;
     return std::move(one.record);
 }
 
-bool _plyy_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::string_view bytes,
-                             std::string* whyNot) {
+bool plyyImpl_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::string_view bytes,
+                                std::string* whyNot) {
     auto parsed = parseAnswer(bytes, whyNot);
     if (!parsed) return false;
-    if (parsed.general) return _plyy_modelSetWithDictionary(meta, model, *parsed.general, whyNot);
+    if (parsed.general)
+        return plyyImpl_modelSetWithDictionary(meta, model, *parsed.general, whyNot);
     MapContext ctx{whyNot};
     if (!setWithObject(meta, model, SimdView{*parsed.simd}, 0, ctx)) {
         if (whyNot && !ctx.tooDeep) *whyNot = "the JSON text does not map onto " + meta.className;
@@ -504,8 +506,8 @@ bool _plyy_modelSetWithBytes(const _PeloraYYModelMeta& meta, void* model, std::s
     return true;
 }
 
-bool _plyy_modelSetWithDictionary(const _PeloraYYModelMeta& meta, void* model,
-                                  const nlohmann::json& dict, std::string* whyNot) {
+bool plyyImpl_modelSetWithDictionary(const _PeloraYYModelMeta& meta, void* model,
+                                     const nlohmann::json& dict, std::string* whyNot) {
     MapContext ctx{whyNot};
     if (!setWithObject(meta, model, JsonView{&dict}, 0, ctx)) {
         if (whyNot && !ctx.tooDeep) *whyNot = "the dictionary does not map onto " + meta.className;
@@ -546,20 +548,20 @@ std::map<std::string, std::shared_ptr<void>> dictionaryOf(const _PeloraYYModelMe
 
 }  // namespace
 
-std::vector<std::shared_ptr<void>> _plyy_modelArrayWithBytes(const _PeloraYYModelMeta& meta,
-                                                             std::string_view bytes) {
+std::vector<std::shared_ptr<void>> plyyImpl_modelArrayWithBytes(const _PeloraYYModelMeta& meta,
+                                                                std::string_view bytes) {
     auto parsed = parseAnswer(bytes, nullptr);
     if (!parsed) return {};
     if (parsed.general) return arrayOf(meta, JsonView{&*parsed.general});
     return arrayOf(meta, SimdView{*parsed.simd});
 }
 
-std::vector<std::shared_ptr<void>> _plyy_modelArrayWithJSON(const _PeloraYYModelMeta& meta,
-                                                            const nlohmann::json& array) {
+std::vector<std::shared_ptr<void>> plyyImpl_modelArrayWithJSON(const _PeloraYYModelMeta& meta,
+                                                               const nlohmann::json& array) {
     return arrayOf(meta, JsonView{&array});
 }
 
-std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithBytes(
+std::map<std::string, std::shared_ptr<void>> plyyImpl_modelDictionaryWithBytes(
     const _PeloraYYModelMeta& meta, std::string_view bytes) {
     auto parsed = parseAnswer(bytes, nullptr);
     if (!parsed) return {};
@@ -567,7 +569,7 @@ std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithBytes(
     return dictionaryOf(meta, SimdView{*parsed.simd});
 }
 
-std::map<std::string, std::shared_ptr<void>> _plyy_modelDictionaryWithJSON(
+std::map<std::string, std::shared_ptr<void>> plyyImpl_modelDictionaryWithJSON(
     const _PeloraYYModelMeta& meta, const nlohmann::json& dict) {
     return dictionaryOf(meta, JsonView{&dict});
 }

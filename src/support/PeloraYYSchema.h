@@ -125,10 +125,10 @@ struct AccessorField {
 };
 
 template <class Field>
-_PeloraYYPropertyAccess accessFor() {
+PeloraYYPropertyAccess accessFor() {
     using V = typename Field::Value;
     constexpr PeloraYYEncodingType kind = encodingOf<V>();
-    _PeloraYYPropertyAccess a;
+    PeloraYYPropertyAccess a;
     if constexpr (kind <= PeloraYYEncodingType::Double) {
         a.setNumber = [](void* o, const PeloraYYNumber& n) { Field::set(o, narrow<V>(n)); };
         a.getNumber = [](const void* o) { return widen<V>(Field::get(o)); };
@@ -209,9 +209,9 @@ _PeloraYYPropertyAccess accessFor() {
 }
 
 template <class Field>
-_PeloraYYPropertyDecl declare(std::string name) {
+PeloraYYPropertyDecl declare(std::string name) {
     using V = typename Field::Value;
-    _PeloraYYPropertyDecl d;
+    PeloraYYPropertyDecl d;
     d.name = std::move(name);
     d.type = encodingOf<V>();
     if constexpr (ListOfShared<V>::value) {
@@ -256,10 +256,10 @@ class PeloraYYModelClass {
     }
 
     explicit operator bool() const { return choice_.meta != nullptr; }
-    const _PeloraYYClassChoice& choice() const { return choice_; }
+    const PeloraYYClassChoice& choice() const { return choice_; }
 
   private:
-    _PeloraYYClassChoice choice_;
+    PeloraYYClassChoice choice_;
 };
 
 // Schema entry for a public data member: PLYY_PROPERTY(PeloraApiAd, adId).
@@ -286,9 +286,9 @@ class PeloraYYModelClass {
 // Builds T's schema from its property list and whatever hooks T declares. Later entries of
 // the same name replace earlier ones, so a record can list inherited properties first.
 template <class T>
-_PeloraYYModelSchema plyy_makeSchema(std::vector<_PeloraYYPropertyDecl> properties,
-                                     std::string className = {}) {
-    _PeloraYYModelSchema s;
+PeloraYYModelSchema plyy_makeSchema(std::vector<PeloraYYPropertyDecl> properties,
+                                    std::string className = {}) {
+    PeloraYYModelSchema s;
     s.cls = typeid(T);
     s.className = className.empty() ? typeid(T).name() : std::move(className);
     s.properties = std::move(properties);

@@ -57,7 +57,7 @@ class _PeloraYYModelMeta;
 using PeloraYYKeyMapping = std::variant<std::string, std::vector<std::string>>;
 
 // Type-erased access to one property. Only the members of the property's kind are set.
-struct _PeloraYYPropertyAccess {
+struct PeloraYYPropertyAccess {
     // Numbers of a fixed width, and number objects (for which kind None means nothing).
     void (*setNumber)(void*, const PeloraYYNumber&) = nullptr;
     PeloraYYNumber (*getNumber)(const void*) = nullptr;
@@ -83,25 +83,25 @@ struct _PeloraYYPropertyAccess {
 };
 
 // One entry of a record's schema (see PLYY_PROPERTY / PLYY_ACCESSOR).
-struct _PeloraYYPropertyDecl {
+struct PeloraYYPropertyDecl {
     std::string name;
     PeloraYYEncodingType type{};
     std::type_index elementClass = typeid(void);  // record or std::string for containers
-    _PeloraYYPropertyAccess access;
+    PeloraYYPropertyAccess access;
 };
 
 // The record type modelCustomClassForDictionary picks for one dictionary: its description,
 // and how a pointer to it becomes a pointer to the requested type's part of the same record.
 // Without a description the requested type is built.
-struct _PeloraYYClassChoice {
+struct PeloraYYClassChoice {
     const _PeloraYYModelMeta& (*meta)() = nullptr;
     void* (*toRequested)(void*) = nullptr;
 };
 
-struct _PeloraYYModelSchema {
+struct PeloraYYModelSchema {
     std::type_index cls = typeid(void);
     std::string className;
-    std::vector<_PeloraYYPropertyDecl> properties;
+    std::vector<PeloraYYPropertyDecl> properties;
     std::shared_ptr<void> (*newInstance)() = nullptr;
     std::optional<std::map<std::string, PeloraYYKeyMapping>> customPropertyMapper;
     std::optional<std::map<std::string, std::type_index>> containerGenericClass;
@@ -109,22 +109,22 @@ struct _PeloraYYModelSchema {
     std::optional<std::set<std::string>> whitelist;
     // Absent unless the record has the hook. willTransform: false when the hook's answer is
     // not a dictionary.
-    _PeloraYYClassChoice (*customClassForDictionary)(const nlohmann::json& dic) = nullptr;
+    PeloraYYClassChoice (*customClassForDictionary)(const nlohmann::json& dic) = nullptr;
     bool (*willTransform)(void* model, const nlohmann::json& in, nlohmann::json& out) = nullptr;
     bool (*transformFromDictionary)(void* model, const nlohmann::json& dic) = nullptr;
     bool (*transformToDictionary)(const void* model, nlohmann::json& dic) = nullptr;
 };
 
 // How one property is found in a dictionary.
-struct _PeloraYYModelPropertyMeta {
+struct PeloraYYModelPropertyMeta {
     std::string name;
     PeloraYYEncodingType type{};
     std::type_index elementClass = typeid(void);
     std::string mappedToKey;                                 // plain key (or the first key)
     std::vector<std::string> mappedToKeyPath;                // more than one piece: a key path
     std::vector<std::vector<std::string>> mappedToKeyArray;  // candidate keys, each a path
-    _PeloraYYPropertyAccess access;
-    const _PeloraYYModelPropertyMeta* next = nullptr;  // next property mapped to the same key
+    PeloraYYPropertyAccess access;
+    const PeloraYYModelPropertyMeta* next = nullptr;  // next property mapped to the same key
     bool isKeyPath() const { return mappedToKeyPath.size() > 1; }
     bool isMultiKey() const { return !mappedToKeyArray.empty(); }
 };
@@ -132,17 +132,17 @@ struct _PeloraYYModelPropertyMeta {
 // A small open-addressing table from key text to the first property mapped to it, sized once
 // for a record's keys. The hash reads only the length and the two end bytes: record keys are
 // few and short, and a full hash or a tree walk cost more than the rare extra comparison.
-class _PeloraYYKeyTable {
+class PeloraYYKeyTable {
   public:
     void reserve(std::size_t keys);
     // The entry for the key, added when missing (reserve first).
-    const _PeloraYYModelPropertyMeta*& slot(const std::string& key);
-    const _PeloraYYModelPropertyMeta* find(std::string_view key) const;
+    const PeloraYYModelPropertyMeta*& slot(const std::string& key);
+    const PeloraYYModelPropertyMeta* find(std::string_view key) const;
 
   private:
     struct Entry {
         std::string key;
-        const _PeloraYYModelPropertyMeta* first = nullptr;
+        const PeloraYYModelPropertyMeta* first = nullptr;
         bool used = false;
     };
     static std::size_t hashOf(std::string_view key) {
@@ -159,30 +159,30 @@ class _PeloraYYModelMeta {
   public:
     std::type_index cls = typeid(void);
     std::string className;
-    std::vector<_PeloraYYModelPropertyMeta> allPropertyMetas;
+    std::vector<PeloraYYModelPropertyMeta> allPropertyMetas;
     // Plain key -> first property mapped to it (the rest follow through `next`). Looked up
     // once per key of every mapped dictionary, by the parser's key text.
-    _PeloraYYKeyTable mapper;
-    std::vector<const _PeloraYYModelPropertyMeta*> keyPathPropertyMetas;
-    std::vector<const _PeloraYYModelPropertyMeta*> multiKeysPropertyMetas;
+    PeloraYYKeyTable mapper;
+    std::vector<const PeloraYYModelPropertyMeta*> keyPathPropertyMetas;
+    std::vector<const PeloraYYModelPropertyMeta*> multiKeysPropertyMetas;
     std::size_t keyMappedCount = 0;
     // Writing: the properties in the order their keys come out (byte order of the key, ties
     // in declaration order), and whether the record can be written as bytes directly (no key
     // paths and no write hook; otherwise it goes through a dictionary).
     struct WriteSlot {
-        const _PeloraYYModelPropertyMeta* property = nullptr;
+        const PeloraYYModelPropertyMeta* property = nullptr;
         std::string key;                 // the key as written, quoted, with its colon
         bool sameKeyAsPrevious = false;  // then the earlier property holds the key if it can
     };
     std::vector<WriteSlot> writeOrder;
     bool writesDirectly = false;
-    _PeloraYYModelSchema schema;  // hooks and factory
+    PeloraYYModelSchema schema;  // hooks and factory
 
     // A record's schema: its static member plyy_schema(), or, for the records a host sees in
     // the public headers (which carry nothing of the mapping), a free function
     // plyy_schema(const T*) found by argument-dependent lookup.
     template <class T>
-    static _PeloraYYModelSchema plyy_schemaOf() {
+    static PeloraYYModelSchema plyy_schemaOf() {
         if constexpr (requires { T::plyy_schema(); })
             return T::plyy_schema();
         else
@@ -198,6 +198,6 @@ class _PeloraYYModelMeta {
     }
     // Looks the type up in the process-wide cache, building its description on first use.
     static const _PeloraYYModelMeta& cachedMeta(std::type_index cls,
-                                                _PeloraYYModelSchema (*schema)());
-    static _PeloraYYModelMeta build(_PeloraYYModelSchema schema);
+                                                PeloraYYModelSchema (*schema)());
+    static _PeloraYYModelMeta build(PeloraYYModelSchema schema);
 };

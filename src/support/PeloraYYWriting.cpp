@@ -38,7 +38,7 @@ nlohmann::json numberJson(PeloraYYEncodingType type, const PeloraYYNumber& n) {
 nlohmann::json toObject(const _PeloraYYModelMeta& meta, const void* model, int depth);
 
 // Null json: the property has no value and is left out.
-nlohmann::json propertyJson(const _PeloraYYModelPropertyMeta& p, const void* model, int depth) {
+nlohmann::json propertyJson(const PeloraYYModelPropertyMeta& p, const void* model, int depth) {
     const auto& a = p.access;
     switch (p.type) {
         case PeloraYYEncodingType::NumberObject: {
@@ -127,14 +127,14 @@ nlohmann::json toObject(const _PeloraYYModelMeta& meta, const void* model, int d
 
 }  // namespace
 
-nlohmann::json _plyy_modelToJSONObject(const _PeloraYYModelMeta& meta, const void* model) {
+nlohmann::json plyyImpl_modelToJSONObject(const _PeloraYYModelMeta& meta, const void* model) {
     if (model == nullptr) return nullptr;
     nlohmann::json out = toObject(meta, model, 0);
     if (!out.is_object() && !out.is_array()) return nullptr;
     return out;
 }
 
-std::string _plyy_dumpJSON(const nlohmann::json& value) {
+std::string plyyImpl_dumpJSON(const nlohmann::json& value) {
     return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -149,7 +149,7 @@ std::string _plyy_dumpJSON(const nlohmann::json& value) {
 namespace {
 
 void appendDumped(std::string& out, const nlohmann::json& value) {
-    out += _plyy_dumpJSON(value);
+    out += plyyImpl_dumpJSON(value);
 }
 
 void appendText(std::string& out, std::string_view text) {
@@ -267,7 +267,7 @@ void appendElement(std::string& out, const _PeloraYYModelMeta& element, const vo
 }
 
 // A list of records, absent ones left out. False when the list itself is absent.
-bool writeModelList(const _PeloraYYModelPropertyMeta& p, const void* model, int depth,
+bool writeModelList(const PeloraYYModelPropertyMeta& p, const void* model, int depth,
                     std::string& out) {
     std::vector<const void*> list;
     if (!p.access.getModelList(model, list)) return false;
@@ -281,7 +281,7 @@ bool writeModelList(const _PeloraYYModelPropertyMeta& p, const void* model, int 
 }
 
 // A dictionary of records, absent ones left out. False when the dictionary itself is absent.
-bool writeModelDictionary(const _PeloraYYModelPropertyMeta& p, const void* model, int depth,
+bool writeModelDictionary(const PeloraYYModelPropertyMeta& p, const void* model, int depth,
                           std::string& out) {
     std::vector<std::pair<const std::string*, const void*>> map;
     if (!p.access.getModelDictionary(model, map)) return false;
@@ -295,7 +295,7 @@ bool writeModelDictionary(const _PeloraYYModelPropertyMeta& p, const void* model
 }
 
 // False (and nothing written) when the property has no value and is left out.
-bool writeValue(const _PeloraYYModelPropertyMeta& p, const void* model, int depth,
+bool writeValue(const PeloraYYModelPropertyMeta& p, const void* model, int depth,
                 std::string& out) {
     const auto& a = p.access;
     switch (p.type) {
@@ -379,8 +379,8 @@ bool writeObject(const _PeloraYYModelMeta& meta, const void* model, int depth, s
 
 }  // namespace
 
-bool _plyy_modelVisitValues(const _PeloraYYModelMeta& meta, const void* model,
-                            PeloraYYValueVisitor visit, void* context) {
+bool plyyImpl_modelVisitValues(const _PeloraYYModelMeta& meta, const void* model,
+                               PeloraYYValueVisitor visit, void* context) {
     if (model == nullptr || !meta.writesDirectly || meta.allPropertyMetas.empty()) return false;
     bool keyTaken = false;
     for (const auto& slot : meta.writeOrder) {
@@ -405,8 +405,8 @@ bool _plyy_modelVisitValues(const _PeloraYYModelMeta& meta, const void* model,
     return true;
 }
 
-std::optional<std::string> _plyy_modelToJSONBytes(const _PeloraYYModelMeta& meta,
-                                                  const void* model) {
+std::optional<std::string> plyyImpl_modelToJSONBytes(const _PeloraYYModelMeta& meta,
+                                                     const void* model) {
     if (model == nullptr) return std::nullopt;
     std::string out;
     out.reserve(512);

@@ -57,7 +57,7 @@ int runMap(const std::vector<std::string>& args) {
             out["data"]["ads"][i]["adTrackVO"] = std::move(list);
         }
     }
-    std::cout << _plyy_dumpJSON(out) << "\n";
+    std::cout << plyyImpl_dumpJSON(out) << "\n";
     return 0;
 }
 
