@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "FaultServer.h"
 #include "TestPlatform.h"
@@ -16,57 +18,58 @@
 #include "core/PeloraRequest.h"
 #include "native/PeloraImageDownloader.h"
 #include "pelora/PeloraApiAd.h"
-#include "pelora/PeloraSDKManager.h"
-#include "pelora/platform/Http.h"
 
 namespace {
 
 using pelora::testing::Fault;
 using pelora::testing::FaultResponse;
-using pelora::testing::FaultServer;
-using pelora::testing::TestPlatform;
-namespace URLError = pelora::platform::URLError;
+using namespace pelora::platform::URLError;
 namespace fs = std::filesystem;
 
-enum class Entry { AdFetch, Tracking, Image, Video };
-constexpr Entry kEntries[] = {Entry::AdFetch, Entry::Tracking, Entry::Image, Entry::Video};
+enum Entry { kAdFetch, kTracking, kImage, kVideo };
+constexpr const char* kEntryNames[] = {"ad fetch", "tracking", "image", "video"};
 
-const char* name(Entry e) {
-    switch (e) {
-        case Entry::AdFetch:
-            return "ad fetch";
-        case Entry::Tracking:
-            return "tracking";
-        case Entry::Image:
-            return "image";
-        case Entry::Video:
-            return "video";
-    }
-    return "?";
+struct FaultCase {
+    const char* family;
+    const char* path;
+    FaultResponse response;
+    int64_t code;
+    double timeout = 5;
+};
+
+FaultResponse redirectTo(const char* location) {
+    return {.fault = Fault::Redirect, .location = location};
 }
 
-struct Ended {
-    int calls = 0;
-    bool onLoop = true;
-    int64_t code = 1;
-    bool delivered = false;  // an ad answer, a body, an image or a file reached the caller
+const FaultCase kFaults[] = {
+    {"break", "/reset", {Fault::ResetMidBody}, kNetworkConnectionLost},
+    {"break", "/short", {Fault::LengthLongerThanBody}, kNetworkConnectionLost},
+    {"limit", "/endless", {Fault::EndlessChunked}, kDataLengthExceedsMaximum},
+    // 64 MiB of zeros in about 64 KB on the wire.
+    {"limit",
+     "/bomb",
+     {.fault = Fault::CompressedBomb, .inflatedBytes = 64 << 20},
+     kDataLengthExceedsMaximum},
+    {"stall", "/drip", {Fault::Drip}, kTimedOut, 0.3},
+    {"stall", "/silent", {Fault::NeverAnswer}, kTimedOut, 0.3},
+    // Header lines without end are refused by size long before any time-out.
+    {"stall", "/headers", {Fault::HeadersNeverEnd}, kNetworkConnectionLost, 30},
+    {"redirect", "/loop", redirectTo("/loop"), kHTTPTooManyRedirects},
+    {"redirect", "/file", redirectTo("file:///etc/passwd"), kUnsupportedURL},
+    {"redirect", "/ftp", redirectTo("ftp://127.0.0.1/x"), kUnsupportedURL},
+    {"redirect", "/js", redirectTo("javascript:alert(1)"), kUnsupportedURL},
+    {"redirect", "/data", redirectTo("data:text/plain,hello"), kUnsupportedURL},
 };
+
+// Each completion: its code, whether anything reached the caller (an ad answer, a body, an
+// image or a file) and whether it ran on the main run loop.
+using Ended = std::vector<std::tuple<int64_t, bool, bool>>;
 
 class FaultInjectionTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        defaults = PeloraConstConfig::limits();
-        auto limits = defaults;
-        limits.answerBytes = 256 << 10;
-        limits.imageBytes = 512 << 10;
-        limits.videoBytes = 1 << 20;
-        PeloraConstConfig::setLimits(limits);
-        PeloraNetwork::resetSessionsForTesting();  // new sessions take the limits above
-    }
-    void TearDown() override {
-        PeloraNetwork::resetSessionsForTesting();
-        server.stop();
-        PeloraConstConfig::setLimits(defaults);
+    FaultInjectionTest() {
+        platform.options.limits = {256 << 10, 512 << 10, 1 << 20};
+        platform.install();
     }
 
     std::string videoDir() const { return platform.rootDirectory() + "/videos"; }
@@ -74,121 +77,77 @@ class FaultInjectionTest : public ::testing::Test {
     // One request through `entry`, run until its completion arrived (bounded in real time).
     Ended run(Entry entry, const std::string& url, double timeout = 5) {
         auto ended = std::make_shared<Ended>();
-        auto loop = platform.loop;
-        auto finish = [ended, loop](int64_t code, bool delivered) {
-            ++ended->calls;
-            ended->onLoop = ended->onLoop && loop->isLoopThread();
-            ended->code = code;
-            ended->delivered = delivered;
+        auto finish = [ended, loop = platform.loop](int64_t code, bool delivered) {
+            ended->emplace_back(code, delivered, loop->isLoopThread());
         };
-        auto modifier = [timeout](pelora::platform::HttpRequest& r) {
-            r.timeoutInterval = timeout;
-        };
+        auto modifier = [timeout](auto& request) { request.timeoutInterval = timeout; };
+        pelora::platform::HttpRequest image;
+        image.url = url;
+        modifier(image);
         switch (entry) {
-            case Entry::AdFetch: {
-                auto body = PeloraReqBody::init();
-                body->slot->slotId = "slot-1";
-                PeloraNetwork::post(url, PeloraUrlQuery::init(), body, modifier,
-                                    [finish](int64_t code, std::optional<std::string>,
-                                             std::shared_ptr<PeloraRespObject> resp) {
-                                        finish(code, resp != nullptr);
-                                    });
+            case kAdFetch:
+                PeloraNetwork::post(
+                    url, PeloraUrlQuery::init(), PeloraReqBody::init(), modifier,
+                    [finish](int64_t code, auto, auto resp) { finish(code, resp != nullptr); });
                 break;
-            }
-            case Entry::Tracking:
-                PeloraNetwork::get(url, nullptr, modifier,
-                                   [finish](int64_t code, std::optional<std::string>,
-                                            std::optional<std::string> body) {
-                                       finish(code, code == 0 && body.has_value());
-                                   });
+            case kTracking:
+                PeloraNetwork::get(url, nullptr, modifier, [finish](int64_t code, auto, auto body) {
+                    finish(code, code == 0 && body.has_value());
+                });
                 break;
-            case Entry::Image: {
-                pelora::platform::HttpRequest request;
-                request.url = url;
-                modifier(request);
+            case kImage:
                 PeloraImageDownloader::shareInstance()->downloadImageRequest(
-                    request, [finish](auto image) { finish(0, image != nullptr); },
-                    [finish](int64_t code, std::optional<std::string>) { finish(code, false); });
+                    image, [finish](auto decoded) { finish(0, decoded != nullptr); },
+                    [finish](int64_t code, auto) { finish(code, false); });
                 break;
-            }
-            case Entry::Video:
+            case kVideo:
                 PeloraNetwork::downloadTaskWithUrl(
-                    url, modifier, videoDir(),
-                    [finish](std::optional<std::string> location,
-                             std::optional<pelora::platform::HttpResponse>,
-                             std::optional<pelora::platform::Error> error) {
+                    url, modifier, videoDir(), [finish](auto location, auto, auto error) {
                         finish(error ? error->code : 0, location && !error);
                     });
                 break;
         }
-        EXPECT_TRUE(platform.waitFor([&] { return ended->calls > 0; }, 30)) << name(entry);
+        EXPECT_TRUE(platform.waitFor([&] { return !ended->empty(); }, 30));
         platform.pump();  // a second completion would be queued by now
         return *ended;
     }
 
-    // Every entry point ends in `code` with nothing delivered, once, on the main run loop.
-    void expectEveryEntryFails(const std::string& path, int64_t code, double timeout = 5) {
-        for (Entry entry : kEntries) {
-            const Ended e = run(entry, server.url(path), timeout);
-            EXPECT_EQ(e.code, code) << path << " via " << name(entry);
-            EXPECT_FALSE(e.delivered) << path << " via " << name(entry);
-            EXPECT_EQ(e.calls, 1) << path << " via " << name(entry);
-            EXPECT_TRUE(e.onLoop) << path << " via " << name(entry);
+    // Every fault of `family`, through every entry point: its code, once, on the main run
+    // loop, nothing delivered, no file left.
+    void expectFamilyFails(std::string_view family) {
+        for (const auto& f : kFaults) {
+            if (f.family != family) continue;
+            server.on(f.path, f.response);
+            for (Entry entry : {kAdFetch, kTracking, kImage, kVideo}) {
+                SCOPED_TRACE(std::string(f.path) + " via " + kEntryNames[entry]);
+                EXPECT_EQ(run(entry, server.url(f.path), f.timeout),
+                          (Ended{{f.code, false, true}}));
+            }
         }
-        EXPECT_TRUE(!fs::exists(videoDir()) || fs::is_empty(videoDir())) << path;
+        EXPECT_TRUE(!fs::exists(videoDir()) || fs::is_empty(videoDir()));
     }
 
-    PeloraConstConfig::Limits defaults;
-    TestPlatform platform;  // the real libcurl sessions, on a manual clock
-    FaultServer server;
+    pelora::testing::TestPlatform platform;  // the real libcurl sessions, on a manual clock
+    pelora::testing::FaultServer server;
 };
 
 TEST_F(FaultInjectionTest, BodiesThatBreakOffLoseTheConnection) {
-    server.on("/reset", {Fault::ResetMidBody});
-    server.on("/short", {Fault::LengthLongerThanBody});
-    expectEveryEntryFails("/reset", URLError::kNetworkConnectionLost);
-    expectEveryEntryFails("/short", URLError::kNetworkConnectionLost);
+    expectFamilyFails("break");
 }
 
 TEST_F(FaultInjectionTest, BodiesPastTheLimitsAreCutOffAtTheLimit) {
-    server.on("/endless", {Fault::EndlessChunked});
-    FaultResponse bomb{Fault::CompressedBomb};
-    bomb.inflatedBytes = 64 << 20;  // 64 MiB of zeros in about 64 KB on the wire
-    server.on("/bomb", bomb);
-    expectEveryEntryFails("/endless", URLError::kDataLengthExceedsMaximum);
-    expectEveryEntryFails("/bomb", URLError::kDataLengthExceedsMaximum);
+    expectFamilyFails("limit");
     // The reader stopped near the largest limit (1 MiB) rather than draining the server:
     // what was written beyond it sat in the sockets' buffers.
     EXPECT_LT(server.bodyBytesSent("/endless"), uint64_t{4 * ((1 << 20) + (16 << 20))});
 }
 
 TEST_F(FaultInjectionTest, StallsEndAtTheRequestsTimeOut) {
-    server.on("/drip", {Fault::Drip});
-    server.on("/silent", {Fault::NeverAnswer});
-    server.on("/headers", {Fault::HeadersNeverEnd});
-    expectEveryEntryFails("/drip", URLError::kTimedOut, 0.3);
-    expectEveryEntryFails("/silent", URLError::kTimedOut, 0.3);
-    // Header lines without end are refused by size long before any time-out.
-    expectEveryEntryFails("/headers", URLError::kNetworkConnectionLost, 30);
+    expectFamilyFails("stall");
 }
 
 TEST_F(FaultInjectionTest, RedirectsLoopOrLeaveTheWebAreRefused) {
-    FaultResponse loop{Fault::Redirect};
-    loop.location = "/loop";
-    server.on("/loop", loop);
-    expectEveryEntryFails("/loop", URLError::kHTTPTooManyRedirects);
-    for (const char* target : {"file:///etc/passwd", "ftp://127.0.0.1/x", "javascript:alert(1)",
-                               "data:text/plain,hello"}) {
-        FaultResponse away{Fault::Redirect};
-        away.location = target;
-        server.on("/away", away);
-        for (Entry entry : kEntries) {
-            const Ended e = run(entry, server.url("/away"));
-            EXPECT_EQ(e.code, URLError::kUnsupportedURL) << target << " via " << name(entry);
-            EXPECT_FALSE(e.delivered) << target << " via " << name(entry);
-        }
-    }
-    EXPECT_TRUE(!fs::exists(videoDir()) || fs::is_empty(videoDir()));
+    expectFamilyFails("redirect");
 }
 
 TEST_F(FaultInjectionTest, ALengthShorterThanTheBodyDeliversOnlyTheAnnouncedBytes) {
@@ -196,11 +155,8 @@ TEST_F(FaultInjectionTest, ALengthShorterThanTheBodyDeliversOnlyTheAnnouncedByte
     lying.body = R"({"code":0,"data":{"ads":[{"adId":"a1"}]}})";
     lying.body += lying.body;  // the first half is the whole answer; the rest is garbage
     server.on("/lying", lying);
-    const Ended fetch = run(Entry::AdFetch, server.url("/lying"));
-    EXPECT_EQ(fetch.code, 0);
-    EXPECT_TRUE(fetch.delivered);
-    const Ended video = run(Entry::Video, server.url("/lying"));
-    EXPECT_EQ(video.code, 0);
+    EXPECT_EQ(run(kAdFetch, server.url("/lying")), (Ended{{0, true, true}}));
+    EXPECT_EQ(run(kVideo, server.url("/lying")), (Ended{{0, true, true}}));
     ASSERT_TRUE(fs::exists(videoDir() + "/lying"));
     EXPECT_EQ(fs::file_size(videoDir() + "/lying"), lying.body.size() / 2);
 }
