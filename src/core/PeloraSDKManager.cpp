@@ -22,8 +22,8 @@
 
 namespace {
 
-// Lives until the process ends: never destroyed, so nothing tears the monitor down while a
-// late completion might still read it during exit.
+// Lives until shutdown() releases it. The slot itself is never destroyed, so no exit-time
+// destructor tears the monitor down while a late completion might still read it.
 std::shared_ptr<PeloraSDKManager>& sharedInstance() {
     static auto* instance = new std::shared_ptr<PeloraSDKManager>();
     return *instance;
