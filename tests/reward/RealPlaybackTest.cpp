@@ -3,18 +3,14 @@
 // Real time, bounded: each file plays about three seconds.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "pelora/desktop/DesktopFileSystem.h"
-#include "pelora/desktop/EventRunLoop.h"
+#include "TestPlatform.h"
 #include "pelora/desktop/GstMediaPlayer.h"
-#include "pelora/platform/Services.h"
-#include "pelora/testing/FakeDeviceInfo.h"
 #include "pelora/ui/PlayerLayer.h"
 #include "reward/PeloraAdCache.h"
 #include "reward/PeloraVideoPlayerVC.h"
@@ -25,48 +21,36 @@ using namespace pelora;
 namespace {
 
 namespace fs = std::filesystem;
+using Statuses = std::vector<int64_t>;
 
 class RealPlaybackTest : public ::testing::TestWithParam<const char*> {
   protected:
     void SetUp() override {
         if (!desktop::GstMediaPlayerService::available()) GTEST_SKIP() << "no GStreamer";
-        caches = fs::temp_directory_path() / ("pelora-real-playback-" + std::to_string(::getpid()));
-        fs::create_directories(caches / "Pelora");
-        platform::Services s;
-        s.clock = clock;
-        s.mainRunLoop = loop;
-        auto device = std::make_shared<pelora::testing::FakeDeviceInfo>();
-        device->bundlePath = PELORA_SOURCE_DIR "/resources";
-        s.device = device;
-        desktop::DesktopFileSystem::Options files;
-        files.cachesDirectoryOverride = caches.string();
-        s.files = std::make_shared<desktop::DesktopFileSystem>(files);
-        s.mediaPlayer = std::make_shared<desktop::GstMediaPlayerService>(loop, caches.string());
-        platform::installServices(s);
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(caches, ec);
+        tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
+        fs::create_directories(tp.cachesDirectory() + "/Pelora");
+        auto services = tp.services();
+        services.mediaPlayer =
+            std::make_shared<desktop::GstMediaPlayerService>(tp.loop, tp.cachesDirectory());
+        platform::installServices(services);
     }
 
     // Plays a creative copied into the caches, as a downloaded video would be, until the
     // view reaches `status`; returns the statuses its owner heard.
-    std::vector<int64_t> playUntil(const std::string& name, PeloraPlayerStatus status) {
-        const fs::path file = caches / "Pelora" / name;
-        fs::copy_file(fs::path(PELORA_SOURCE_DIR) / "tools/sandbox/creatives" / name, file,
-                      fs::copy_options::overwrite_existing);
+    Statuses playUntil(const std::string& name, PeloraPlayerStatus status) {
+        const fs::path file = fs::path(tp.cachesDirectory()) / "Pelora" / name;
+        fs::copy_file(fs::path(PELORA_SOURCE_DIR) / "tools/sandbox/creatives" / name, file);
         auto page = PeloraVideoPlayerVC::instance();
         page->view();
         auto view = page->playerView();
-        std::vector<int64_t> heard;
+        Statuses heard;
         if (!view) {
             ADD_FAILURE() << "the page's interface file gave no player view";
             return heard;
         }
         view->setStatusChange([&] { heard.push_back(view->status()); });
         view->loadVideoUrl(pl_fileURLWithPath(file.string()));
-        EXPECT_TRUE(loop->runUntil([&] { return view->status() == status; },
-                                   clock->monotonicSeconds() + 12))
+        EXPECT_TRUE(tp.waitFor([&] { return view->status() == status; }, 12))
             << name << " ended at status " << view->status();
         if (status == PeloraPlayerStatusPlayFinish) {
             EXPECT_GE(view->playerLayer()->framesReceived(), 30u);
@@ -75,24 +59,23 @@ class RealPlaybackTest : public ::testing::TestWithParam<const char*> {
         return heard;
     }
 
-    std::shared_ptr<platform::Clock> clock = std::make_shared<platform::SystemClock>();
-    std::shared_ptr<desktop::EventRunLoop> loop = std::make_shared<desktop::EventRunLoop>(clock);
-    fs::path caches;
+    // The event run loop on the system clock.
+    pelora::testing::TestPlatform tp{pelora::testing::TestPlatform::ClockKind::System};
 };
 
 TEST_P(RealPlaybackTest, PlaysToTheFinishStatus) {
-    auto heard = playUntil(GetParam(), PeloraPlayerStatusPlayFinish);
-    EXPECT_EQ(heard, (std::vector<int64_t>{PeloraPlayerStatusIdle, PeloraPlayerStatusStart,
-                                           PeloraPlayerStatusPlayFinish}));
+    EXPECT_EQ(
+        playUntil(GetParam(), PeloraPlayerStatusPlayFinish),
+        (Statuses{PeloraPlayerStatusIdle, PeloraPlayerStatusStart, PeloraPlayerStatusPlayFinish}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Creatives, RealPlaybackTest,
                          ::testing::Values("reward-3s.mp4", "reward-3s.webm"));
 
 TEST_F(RealPlaybackTest, ACorruptFileEndsInTheErrorStatus) {
-    auto heard = playUntil("reward-corrupt.mp4", PeloraPlayerStatusPlayError);
     // The first failure is retried, not reported: the owner heard only the start of loading.
-    EXPECT_EQ(heard, std::vector<int64_t>{PeloraPlayerStatusIdle});
+    EXPECT_EQ(playUntil("reward-corrupt.mp4", PeloraPlayerStatusPlayError),
+              Statuses{PeloraPlayerStatusIdle});
 }
 
 }  // namespace
