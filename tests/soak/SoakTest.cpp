@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -21,18 +22,15 @@
 
 #include "HeapInUse.h"
 #include "TestPlatform.h"
-#include "core/PeloraNetwork.h"
 #include "pelora/PeloraDataFlowAdManager.h"
 #include "pelora/PeloraImageUrl.h"
 #include "pelora/PeloraRewardVideoAdManager.h"
-#include "pelora/PeloraSDKManager.h"
 #include "pelora/PeloraSplashAdView.h"
 #include "pelora/sandbox/Sandbox.h"
 #include "pelora/testing/CountingHttpSession.h"
 #include "pelora/ui/UI.h"
 
 using namespace pelora;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -51,76 +49,64 @@ std::string soakInventory(const std::string& dir) {
 
 constexpr double kLongestTimerInterval = 1.0;
 
-struct Terminal {
+// What each kind's delegate does with its terminal callbacks: counts them, and whether one
+// arrived off the main run loop.
+struct Ending {
     int count = 0;
     bool offLoop = false;
-};
-
-// What each kind's delegate does with its terminal callbacks.
-struct Ending {
-    Terminal* t = nullptr;
-    std::shared_ptr<platform::RunLoop> loop;
+    std::shared_ptr<platform::RunLoop> loop = platform::services().mainRunLoop;
     void end() {
-        ++t->count;
-        t->offLoop = t->offLoop || !loop->isLoopThread();
+        ++count;
+        offLoop = offLoop || !loop->isLoopThread();
     }
 };
 
 struct SplashHost : PeloraSplashAdViewDelegate, Ending {
-    void splashAdDidLoad(std::shared_ptr<PeloraSplashAdView>) override { end(); }
-    void splashAdDidFailWithError(std::shared_ptr<PeloraSplashAdView>,
-                                  const platform::Error&) override {
-        end();
-    }
+    using V = std::shared_ptr<PeloraSplashAdView>;
+    void splashAdDidLoad(V) override { end(); }
+    void splashAdDidFailWithError(V, const platform::Error&) override { end(); }
 };
 
 struct NativeHost : PeloraDataFlowAdManagerDelegate, Ending {
-    std::vector<std::shared_ptr<PeloraNativeAd>> ads;
-    void dataFlowAdManagerDidSuccessLoad(std::shared_ptr<PeloraDataFlowAdManager>,
-                                         std::vector<std::shared_ptr<PeloraNativeAd>> a) override {
+    using M = std::shared_ptr<PeloraDataFlowAdManager>;
+    using Ads = std::vector<std::shared_ptr<PeloraNativeAd>>;
+    Ads ads;
+    void dataFlowAdManagerDidSuccessLoad(M, Ads a) override {
         ads = std::move(a);
         end();
     }
-    void dataFlowAdManagerDidFailWithError(std::shared_ptr<PeloraDataFlowAdManager>,
-                                           const platform::Error&) override {
-        end();
-    }
+    void dataFlowAdManagerDidFailWithError(M, const platform::Error&) override { end(); }
 };
 
 struct RewardHost : PeloraRewardVideoAdManagerDelegate, Ending {
-    void rewardVideoAdManagerVideoDidLoad(std::shared_ptr<PeloraRewardVideoAdManager>) override {
-        end();
-    }
-    void rewardVideoAdManagerDidFailWithError(std::shared_ptr<PeloraRewardVideoAdManager>,
-                                              std::optional<platform::Error>) override {
-        end();
-    }
+    using M = std::shared_ptr<PeloraRewardVideoAdManager>;
+    void rewardVideoAdManagerVideoDidLoad(M) override { end(); }
+    void rewardVideoAdManagerDidFailWithError(M, std::optional<platform::Error>) override { end(); }
 };
 
 class SoakTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        PeloraNetwork::resetSessionsForTesting();
         tp.device->bundlePath = PELORA_SOURCE_DIR "/resources";
         counting = std::make_shared<pelora::testing::CountingHttpSessionFactory>(tp.http, tp.loop);
         tp.http = counting;
-        tp.install();
         pelora::sandbox::SandboxOptions options;
         options.inventoryPath = soakInventory(tp.rootDirectory());
         std::string error;
         ASSERT_TRUE(sandbox.start(options, &error)) << error;
-        PeloraConstConfig::setBaseUrlOverride(sandbox.baseUrl());
+        tp.options.serverOrigin = sandbox.baseUrl();
+        tp.install();
         window->setRootViewController(root);
     }
-    void TearDown() override {
-        PeloraNetwork::resetSessionsForTesting();
-        PeloraConstConfig::setBaseUrlOverride(std::nullopt);
-        sandbox.stop();
-    }
+    void TearDown() override { sandbox.stop(); }
 
-    // Runs the loop until `t` has ended and every request the SDK started has finished.
-    void settle(const Terminal& t) {
-        EXPECT_TRUE(tp.waitFor([&] { return t.count > 0 && counting->inFlight() == 0; }, 30));
+    // Runs the loop until `host` heard the end and every request the SDK started has finished.
+    void settle(const Ending& host) {
+        EXPECT_TRUE(tp.waitFor([&] { return host.count > 0 && counting->inFlight() == 0; }, 30));
+        tp.pump();
+    }
+    void drain() {
+        tp.waitFor([&] { return counting->inFlight() == 0; }, 30);
         tp.pump();
     }
 
@@ -133,36 +119,30 @@ class SoakTest : public ::testing::Test {
     }
 
     void splash(const std::string& slot) {
-        Terminal t;
         auto host = std::make_shared<SplashHost>();
-        host->t = &t;
-        host->loop = tp.loop;
         auto view = PeloraSplashAdView::initWithSlotID(slot, window->bounds());
         ASSERT_TRUE(view);
         view->setDelegate(host);
         view->loadAdData();
         if (random() % 4 == 0) window->addSubview(view);  // shown before the answer
-        settle(t);
+        settle(*host);
         if (!view->superview()) window->addSubview(view);
         advance(static_cast<double>(random() % 7));  // impression, countdown, maybe its end
         if (random() % 3 == 0) window->sendTap(platform::Point{187, 333});
         view->removeFromSuperview();
         view.reset();
         tp.pump();
-        check(t, "splash " + slot);
+        check(*host, "splash " + slot);
     }
 
     void native(const std::string& slot) {
-        Terminal t;
         auto host = std::make_shared<NativeHost>();
-        host->t = &t;
-        host->loop = tp.loop;
         auto s = std::make_shared<PeloraDataFlowSlot>();
         s->slotId = slot;
         auto manager = PeloraDataFlowAdManager::initWithSlot(s);
         manager->setDelegate(host);
         manager->loadAdData();
-        settle(t);
+        settle(*host);
         std::vector<std::shared_ptr<ui::View>> cards;
         for (const auto& ad : host->ads) {
             auto card = std::make_shared<ui::View>(platform::makeRect(0, 0, 320, 200));
@@ -183,31 +163,27 @@ class SoakTest : public ::testing::Test {
             root->dismissViewControllerAnimated(false, nullptr);
         host->ads.clear();
         manager.reset();
-        tp.waitFor([&] { return counting->inFlight() == 0; }, 30);
-        tp.pump();
-        check(t, "native " + slot);
+        drain();
+        check(*host, "native " + slot);
     }
 
     void reward(const std::string& slot) {
-        Terminal t;
         auto host = std::make_shared<RewardHost>();
-        host->t = &t;
-        host->loop = tp.loop;
         auto s = std::make_shared<PeloraRewardVideoSlot>();
         s->slotId = slot;
         auto manager = PeloraRewardVideoAdManager::initWithSlot(s);
         manager->setDelegate(host);
         manager->loadAdData();
-        settle(t);
+        settle(*host);
         manager.reset();
         tp.pump();
-        check(t, "reward " + slot);
+        check(*host, "reward " + slot);
     }
 
-    void check(const Terminal& t, const std::string& what) {
-        EXPECT_EQ(t.count, 1) << what;
-        EXPECT_FALSE(t.offLoop) << what;
-        if (t.count != 1) ++badLoads;
+    void check(const Ending& host, const std::string& what) {
+        EXPECT_EQ(host.count, 1) << what;
+        EXPECT_FALSE(host.offLoop) << what;
+        if (host.count != 1) ++badLoads;
     }
 
     std::mt19937::result_type random() { return rng(); }
@@ -226,21 +202,28 @@ TEST_F(SoakTest, AThousandLoadsOfEveryKindEndOnceAndLeaveNothingBehind) {
     const std::vector<std::string> failures = {"fail-delay",     "fail-500",    "fail-empty",
                                                "fail-malformed", "fail-nodata", "fail-noads",
                                                "no-such-slot"};
-    const std::vector<std::string> splashes = {"splash-demo", "splash-title"};
-    const std::vector<std::string> natives = {"native-demo"};
-    const std::vector<std::string> rewards = {
-        "reward-demo",          "reward-short", "reward-stream", "reward-webm",
-        "reward-novideo-first", "reward-nourl", "reward-broken", "reward-missing"};
-    auto pick = [&](const std::vector<std::string>& good) {
+    const std::map<char, std::vector<std::string>> slots = {
+        {'s', {"splash-demo", "splash-title"}},
+        {'n', {"native-demo"}},
+        {'r',
+         {"reward-demo", "reward-short", "reward-stream", "reward-webm", "reward-novideo-first",
+          "reward-nourl", "reward-broken", "reward-missing"}}};
+    auto load = [&](char kind, const std::string& slot) {
+        if (kind == 's') splash(slot);
+        if (kind == 'n') native(slot);
+        if (kind == 'r') reward(slot);
+    };
+    auto pick = [&](char kind) {
         // About one load in four goes to a failing slot.
         if (random() % 4 == 0) return failures[random() % failures.size()];
-        return good[random() % good.size()];
+        return slots.at(kind)[random() % slots.at(kind).size()];
     };
 
     // PELORA_SOAK_KINDS narrows the run to some kinds ("s", "n", "r") when looking into one.
     const char* only = std::getenv("PELORA_SOAK_KINDS");
-    const std::string kinds = only ? only : "snr";
-    auto runs = [&](char kind) { return kinds.find(kind) != std::string::npos; };
+    std::string kinds;
+    for (char kind : std::string("snr"))
+        if (!only || std::string(only).find(kind) != std::string::npos) kinds += kind;
     // PELORA_SOAK_LOADS changes the number of loads of each kind (1000).
     const char* loads = std::getenv("PELORA_SOAK_LOADS");
     const int kLoadsPerKind = loads ? std::max(10, std::atoi(loads)) : 1000;
@@ -256,39 +239,30 @@ TEST_F(SoakTest, AThousandLoadsOfEveryKindEndOnceAndLeaveNothingBehind) {
     // Every slot of every kind once first: what is made once for the life of the process
     // (thread-local parser buffers, connection caches, loaded interface files) is made before
     // the heap is first counted, so the check means the same for ten loads as for a thousand.
-    auto with = [](std::vector<std::string> a, const std::vector<std::string>& b) {
-        a.insert(a.end(), b.begin(), b.end());
-        return a;
-    };
-    if (runs('s'))
-        for (const auto& slot : with(splashes, failures)) splash(slot);
-    if (runs('n'))
-        for (const auto& slot : with(natives, failures)) native(slot);
-    if (runs('r'))
-        for (const auto& slot : with(rewards, failures)) reward(slot);
+    for (char kind : kinds) {
+        for (const auto& slot : slots.at(kind)) load(kind, slot);
+        for (const auto& slot : failures) load(kind, slot);
+    }
     forgetRecords();
     for (int i = 0; i < kLoadsPerKind && badLoads < 5; ++i) {
-        if (runs('s')) splash(pick(splashes));
-        if (runs('n')) native(pick(natives));
-        if (runs('r')) reward(pick(rewards));
+        for (char kind : kinds) load(kind, pick(kind));
         forgetRecords();
         if (i + 1 == kLoadsPerKind / 10) heapAfterFirstTenth = pelora::testing::heapInUse();
     }
     const size_t heapAtEnd = pelora::testing::heapInUse();
+    const double growth = static_cast<double>(heapAtEnd) / static_cast<double>(heapAfterFirstTenth);
     std::printf(
         "soak: %d loads of each kind; heap %.2f MiB after the first tenth, %.2f MiB at "
         "the end (%+.1f%%); %zu tracking calls, %zu fetches\n",
         kLoadsPerKind, heapAfterFirstTenth / 1048576.0, heapAtEnd / 1048576.0,
-        100.0 * (static_cast<double>(heapAtEnd) - static_cast<double>(heapAfterFirstTenth)) /
-            static_cast<double>(heapAfterFirstTenth),
-        tracked, fetched);
+        100.0 * (growth - 1.0), tracked, fetched);
     EXPECT_EQ(badLoads, 0);
-    EXPECT_LE(static_cast<double>(heapAtEnd), 1.10 * static_cast<double>(heapAfterFirstTenth));
+    EXPECT_LE(growth, 1.10);
 
     // Nothing is left running once the host let go of everything. A released splash view's
     // countdown (it holds the view weakly) stops itself at its next tick, so the clock first
     // passes every such tick: the longest repeating interval the SDK schedules is a second.
-    tp.waitFor([&] { return counting->inFlight() == 0; }, 30);
+    drain();
     advance(kLongestTimerInterval + 0.5);
     tp.pump();
     EXPECT_EQ(counting->inFlight(), 0);
