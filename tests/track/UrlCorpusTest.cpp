@@ -8,10 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -36,11 +34,13 @@ namespace {
 bool isLocalScheme(const std::string& scheme) {
     return scheme == "file" || scheme == "data" || scheme == "javascript";
 }
+bool isWeb(const std::string& url) {
+    return browserScheme(url) == "http" || browserScheme(url) == "https";
+}
 
 class UrlCorpusTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        PeloraNetwork::resetSessionsForTesting();
         // Whatever reaches the backend is recorded and answered, so downloads complete and
         // their files are placed.
         tp.fake->setResponder([this](const platform::HttpRequest& r) {
@@ -49,7 +49,6 @@ class UrlCorpusTest : public ::testing::Test {
         });
         window->setRootViewController(root);
     }
-    void TearDown() override { PeloraNetwork::resetSessionsForTesting(); }
 
     std::shared_ptr<PeloraTrackEvent> trackerFor(const std::shared_ptr<PeloraApiAd>& ad) {
         auto tracker = PeloraTrackEvent::init();
@@ -65,12 +64,9 @@ class UrlCorpusTest : public ::testing::Test {
     std::vector<std::string> fetched;
 };
 
-TEST_F(UrlCorpusTest, TheCorpusIsThere) {
-    EXPECT_GT(corpusUrls().size(), 1000u);
-}
-
 TEST_F(UrlCorpusTest, OnlyWebUrlsReachTheNetworkFromTrackingImagesAndDownloads) {
     const auto urls = corpusUrls();
+    ASSERT_GT(urls.size(), 1000u);
     auto ad = std::make_shared<PeloraApiAd>();
     ad->adId = "corpus";
     auto tracker = trackerFor(ad);
@@ -91,11 +87,9 @@ TEST_F(UrlCorpusTest, OnlyWebUrlsReachTheNetworkFromTrackingImagesAndDownloads) 
     }
     const size_t sent = tp.fake->requests().size();
     EXPECT_GE(sent, handed / 2) << "most of the corpus should at least be tried";
-    std::printf("corpus: %zu handed, %zu sent, %zu fetched\n", handed, sent, fetched.size());
     ASSERT_FALSE(fetched.empty());
     for (const auto& url : fetched) {
-        const std::string scheme = browserScheme(url);
-        EXPECT_TRUE(scheme == "http" || scheme == "https") << url;
+        EXPECT_TRUE(isWeb(url)) << url;
         for (unsigned char c : url) EXPECT_GT(c, 0x20) << url;
     }
     // Downloaded files stay inside the SDK's own directory, whatever the URL's last component.
@@ -122,24 +116,19 @@ TEST_F(UrlCorpusTest, LandingPagesAndDeepLinksNeverOpenLocalSchemes) {
                 tp.settle();
                 if (auto page = std::dynamic_pointer_cast<ui::BrowserViewController>(
                         root->presentedViewController())) {
-                    const std::string scheme = browserScheme(page->url());
-                    EXPECT_TRUE(scheme == "http" || scheme == "https") << page->url();
+                    EXPECT_TRUE(isWeb(page->url())) << page->url();
                 }
             }
         }
     }
-    size_t opened = 0, refused = 0;
+    size_t opened = 0;
     for (const auto& request : tp.opener->requests()) {
-        if (request.refused) {
-            ++refused;
-            continue;
-        }
+        if (request.refused) continue;
         ++opened;
         EXPECT_FALSE(isLocalScheme(browserScheme(request.url))) << request.url;
     }
-    std::printf("corpus: %zu opened, %zu refused\n", opened, refused);
     EXPECT_GT(opened, 0u);
-    EXPECT_GT(refused, 0u);
+    EXPECT_LT(opened, tp.opener->requests().size()) << "some are refused";
 }
 
 }  // namespace
