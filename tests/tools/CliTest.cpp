@@ -25,30 +25,30 @@ class Cli : public ::testing::Test {
     }
 };
 
+// The request a load would send, printed and not sent: the options go into the slot and the
+// query; splash and reward ask for the whole screen in pixels.
 TEST_F(Cli, RequestShowsTheSlotsRequestWithoutSending) {
     auto r = run({"request", "--kind", "native", "--slot", "S-1", "--width", "600", "--height",
                   "300", "--app-id", "app 1"});
     ASSERT_EQ(r.status, 0) << r.err;
     auto j = r.json();
-    EXPECT_EQ(j.size(), 4u);
     EXPECT_EQ(j["method"], "POST");
-    const std::string url = j["url"];
-    EXPECT_NE(url.find("/api/v1/advert/fetch?"), std::string::npos) << url;
-    EXPECT_NE(url.find("appId=app%201"), std::string::npos) << url;
     EXPECT_EQ(j["headers"], json({{"Content-Type", "application/json"}}));
-    const json slot = R"({"slotId":"S-1","adType":5,"position":3,"width":600,"height":300})"_json;
-    for (const auto& [key, value] : slot.items()) EXPECT_EQ(j["body"]["slot"][key], value) << key;
+    const std::string url = j["url"];
+    EXPECT_NE(url.find("/api/v1/advert/fetch?appId=app%201&"), std::string::npos) << url;
     EXPECT_EQ(j["body"]["appInfo"]["appId"], "app 1");
-    EXPECT_TRUE(j["body"]["device"].is_object());
-
-    // Splash and reward ask for the whole screen in pixels.
-    for (auto [kind, adType] : {std::pair{"splash", 0}, std::pair{"reward", 4}}) {
-        auto full = run({"request", "--kind", kind, "--slot", "S"}).json();
-        EXPECT_EQ(full["body"]["slot"]["adType"], adType) << kind;
-        EXPECT_EQ(full["body"]["slot"]["position"], 5) << kind;
-        EXPECT_EQ(full["body"]["slot"]["width"], 750) << kind;
-        EXPECT_EQ(full["body"]["slot"]["height"], 1334) << kind;
-        EXPECT_FALSE(full["body"]["appInfo"].contains("appId")) << kind;
+    for (auto [args, slot] :
+         {std::pair{"native --slot S-1 --width 600 --height 300",
+                    R"({"slotId":"S-1","adType":5,"position":3,"width":600,"height":300})"},
+          {"splash --slot S",
+           R"({"slotId":"S","adType":0,"position":5,"width":750,"height":1334})"},
+          {"reward --slot S",
+           R"({"slotId":"S","adType":4,"position":5,"width":750,"height":1334})"}}) {
+        auto body = runLine(std::string("request --kind ") + args).json()["body"];
+        const json expected = json::parse(slot);
+        for (const auto& [key, value] : expected.items())
+            EXPECT_EQ(body["slot"][key], value) << args << " " << key;
+        EXPECT_EQ(body["appInfo"].contains("appId"), false) << args;
     }
 }
 
@@ -171,16 +171,12 @@ TEST_F(Cli, FetchSendsToTheGivenServerAndPrintsTheResult) {
     EXPECT_EQ(body["slot"]["slotId"], "N");
     EXPECT_EQ(body["slot"]["width"], 300);
 
-    // An answer without a payload, then no server at all: JSON on stdout and exit 1.
+    // An answer without a payload: JSON on stdout all the same, and exit 1. (Transport errors
+    // and their codes are the core and platform tests'.)
     server.on("/api/v1/advert/fetch", LoopbackResponse::json(R"({"code":1})"));
     auto empty = runLine("fetch --kind splash --slot S --base-url " + server.baseUrl() + "/");
     EXPECT_EQ(empty.status, 1) << empty.err;
     EXPECT_EQ(empty.json(), R"({"code":-1,"message":null,"payload":null})"_json);
-    auto nobody = runLine("fetch --kind splash --slot S --timeout 1 --base-url http://127.0.0.1:" +
-                          std::to_string(LoopbackServer::unusedPort()));
-    EXPECT_EQ(nobody.status, 1);
-    EXPECT_EQ(nobody.json()["code"], -1004);
-    EXPECT_TRUE(nobody.json()["message"].is_string());
 }
 
 TEST_F(Cli, FetchOverHttpsTrustsTheNamedAuthorityOnly) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 
 #include "Program.h"
 #include "pelora/sandbox/Sandbox.h"
@@ -30,20 +31,19 @@ class ProgramTest : public ::testing::Test {
     std::filesystem::path cache_;
 };
 
-// The demo's timeline: the events with `source`, and what the server received of `type`.
+// The demo's timeline: the events with `source`, and the track types the server received for
+// `slot`.
 Texts events(const Run& r, const std::string& source) {
     Texts out;
     for (const auto& l : r.lines())
         if (l.is_object() && l.value("source", "") == source) out.push_back(l.value("event", ""));
     return out;
 }
-Texts beacons(const Run& r, const std::string& slot, int64_t type) {
-    Texts out;
+std::multiset<int64_t> beacons(const Run& r, const std::string& slot) {
+    std::multiset<int64_t> out;
     for (const auto& l : r.lines())
-        if (l.is_object() && l.value("source", "") == "server" && l.value("slot", "") == slot &&
-            l.value("trackType", int64_t(0)) == type)
-            out.push_back(l.value("method", "") + " " + l.value("url", "") + " " +
-                          l.value("body", ""));
+        if (l.is_object() && l.value("source", "") == "server" && l.value("slot", "") == slot)
+            out.insert(l.value("trackType", int64_t(0)));
     return out;
 }
 bool has(const std::string& text, const std::string& part) {
@@ -86,28 +86,12 @@ TEST_F(ProgramTest, DemoWatchesEveryAdToTheEndAndEachBeaconGoesOutOnce) {
     EXPECT_NE(std::find(page.begin(), page.end(), "end page"), page.end());
     EXPECT_EQ(page.back(), "dismissed and released");
 
-    // The splash impression with the request's slot size in pixels; the native impression by
-    // POST with its body rewritten; one native click measured inside the container.
-    auto splash = beacons(r, "splash-demo", 1);
-    ASSERT_EQ(splash.size(), 1u);
-    EXPECT_TRUE(has(splash[0], "rw=750&rh=1334")) << splash[0];
-    EXPECT_TRUE(beacons(r, "splash-demo", 2).empty());
-    auto native = beacons(r, "native-demo", 1);
-    ASSERT_EQ(native.size(), 1u);
-    EXPECT_TRUE(has(native[0], "POST ") && has(native[0], R"("adId":"native-001")") &&
-                has(native[0], R"("rw":686)") && has(native[0], R"("w":343)"))
-        << native[0];
-    auto click = beacons(r, "native-demo", 2);
-    ASSERT_EQ(click.size(), 1u);
-    EXPECT_TRUE(has(click[0], "dx=171&dy=152")) << click[0];
-    for (int64_t type : {1, 31, 32, 33, 34, 35, 8, 41}) {
-        auto sent = beacons(r, "reward-demo", type);
-        ASSERT_EQ(sent.size(), 1u) << "track type " << type;
-        EXPECT_TRUE(has(sent[0], type == 1 ? "rw=750" : "vt=10&vb=0")) << sent[0];
-    }
-    EXPECT_TRUE(has(beacons(r, "reward-demo", 35)[0], "vet=10&vff=1&vlf=1"));
-    EXPECT_TRUE(beacons(r, "reward-demo", 36).empty());
-
+    // Each beacon once; what they carry is checked by the demo itself (its summary) and by the
+    // SDK's own tests.
+    using Types = std::multiset<int64_t>;
+    EXPECT_EQ(beacons(r, "splash-demo"), Types{1});
+    EXPECT_EQ(beacons(r, "native-demo"), (Types{1, 2, 16}));
+    EXPECT_EQ(beacons(r, "reward-demo"), (Types{1, 8, 31, 32, 33, 34, 35, 41}));
     Texts expected;
     for (const char* name : {"splash-5", "splash-4", "native", "video-playing", "end-page"})
         expected.push_back((dir / (std::string(name) + ".png")).string());
@@ -127,18 +111,15 @@ TEST_F(ProgramTest, DemoSkipsOrTapsWhenTold) {
     ASSERT_FALSE(reward.empty());
     EXPECT_EQ(reward.back(), "rewardVideoAdManagerDidClickSkip");
     EXPECT_EQ(std::count(reward.begin(), reward.end(), "rewardVideoAdManagerDidPlayFinish"), 0);
-    EXPECT_EQ(beacons(skip, "reward-demo", 36).size(), 1u);
-    EXPECT_TRUE(beacons(skip, "reward-demo", 35).empty());
-    EXPECT_TRUE(beacons(skip, "reward-demo", 8).empty());
+    EXPECT_EQ(beacons(skip, "reward-demo"), (std::multiset<int64_t>{1, 31, 32, 33, 36}));
 
     auto tap = runLine("demo --fast --json --tap-at 4");
     ASSERT_EQ(tap.status, 0) << tap.out;
     auto tapped = events(tap, "splash");
     EXPECT_EQ(tapped.back(), "splashAdDidClick");
     EXPECT_EQ(std::count(tapped.begin(), tapped.end(), "splashAdTimeOver"), 0);
-    auto clicks = beacons(tap, "splash-demo", 2);
-    ASSERT_EQ(clicks.size(), 1u);
-    EXPECT_TRUE(has(clicks[0], "dx=187&dy=333")) << clicks[0];
+    EXPECT_EQ(beacons(tap, "splash-demo").count(2), 1u);
+    EXPECT_TRUE(has(tap.out, "dx=187&dy=333")) << "the tap's point in the ad";
 
     // Without a display the window cannot open: a clear failure, not a hang or a crash.
     EXPECT_EQ(runLine("demo --window", kNoDisplay).status, 1);
@@ -177,67 +158,67 @@ class LoadProgramTest : public ProgramTest {
     pelora::sandbox::Sandbox sandbox;
 };
 
+// What each load prints ($BASE the sandbox, $CACHE the caches directory) and its exit status;
+// failures print one line with their domain and code.
 TEST_F(LoadProgramTest, EachKindPrintsItsCallbacksAndStopsAfterTheLoad) {
-    auto splash = load("--kind splash --slot splash-demo");
-    ASSERT_EQ(splash.status, 0) << splash.out;
-    EXPECT_EQ(splash.lines(),
-              (std::vector<json>{{{"callback", "splashAdDidLoad"}, {"adId", "splash-001"}},
-                                 {{"callback", "splashAdDidShow"}}}));
-
-    auto native = load("--kind native --slot native-demo --width 600 --height 300");
-    ASSERT_EQ(native.status, 0) << native.out;
-    ASSERT_EQ(native.lines().size(), 1u);
-    EXPECT_EQ(native.lines()[0]["callback"], "dataFlowAdManagerDidSuccessLoad");
-    EXPECT_EQ(native.lines()[0]["ads"],
-              json({"native-001", "native-002", "native-003", "native-004", "native-005"}));
-    auto fetches = sandbox.fetchRecords();
-    ASSERT_EQ(fetches.size(), 2u);
-    auto body = json::parse(fetches[1].body, nullptr, false);
-    EXPECT_EQ(body["slot"]["width"], 600);
-    EXPECT_EQ(body["slot"]["height"], 300);
-
-    auto reward = load("--kind reward --slot reward-short");
-    ASSERT_EQ(reward.status, 0) << reward.out;
-    auto lines = reward.lines();
-    ASSERT_EQ(lines.size(), 2u) << reward.out;
-    EXPECT_EQ(lines[0]["callback"], "rewardVideoAdManagerDidSuccessLoad");
-    EXPECT_EQ(lines[0]["adId"], "reward-short-001");
-    EXPECT_EQ(lines[1]["callback"], "rewardVideoAdManagerVideoDidLoad");
-    const std::string path = lines[1]["path"];
-    EXPECT_EQ(path.rfind(cache_.string() + "/", 0), 0u) << path;
-    EXPECT_TRUE(has(path, "/Pelora/reward-3s.mp4")) << path;
-    EXPECT_EQ(std::filesystem::file_size(path),
+    const std::tuple<const char*, int, const char*> cases[] = {
+        {"splash --slot splash-demo", 0,
+         R"({"adId":"splash-001","callback":"splashAdDidLoad"}
+{"callback":"splashAdDidShow"}
+)"},
+        {"native --slot native-demo --width 600 --height 300", 0,
+         R"({"ads":["native-001","native-002","native-003","native-004","native-005"],"callback":"dataFlowAdManagerDidSuccessLoad"}
+)"},
+        {"reward --slot reward-short", 0,
+         R"({"adId":"reward-short-001","callback":"rewardVideoAdManagerDidSuccessLoad","prefetch":true,"videoUrl":"$BASE/creatives/reward-3s.mp4"}
+{"callback":"rewardVideoAdManagerVideoDidLoad","path":"$CACHE/pelora.host/Pelora/reward-3s.mp4"}
+)"},
+        {"reward --slot reward-stream", 0,
+         R"({"adId":"reward-stream-001","callback":"rewardVideoAdManagerDidSuccessLoad","prefetch":false,"videoUrl":"$BASE/creatives/reward-3s.mp4?stream=1"}
+{"callback":"rewardVideoAdManagerVideoDidLoad","path":null}
+)"},
+        {"splash --slot fail-noads", 1,
+         R"({"callback":"splashAdDidFailWithError","code":-1,"domain":"sdk.data.error"}
+)"},
+        {"splash --slot fail-nodata", 1,
+         R"({"callback":"splashAdDidFailWithError","code":-1,"domain":"NSURLErrorDomain"}
+)"},
+        {"splash --slot fail-empty", 1,
+         R"({"callback":"splashAdDidFailWithError","code":-1,"domain":"NSURLErrorDomain"}
+)"},
+        {"splash --slot fail-malformed", 1,
+         R"({"callback":"splashAdDidFailWithError","code":-1,"domain":"NSURLErrorDomain"}
+)"},
+        {"splash --slot fail-noanswer --timeout 1", 1,
+         R"({"callback":"splashAdDidFailWithError","code":-1001,"domain":"NSURLErrorDomain"}
+)"},
+        {"splash --slot fail-delay --timeout 1", 1,
+         R"({"callback":"splashAdDidFailWithError","code":-1001,"domain":"NSURLErrorDomain"}
+)"},
+        {"native --slot fail-noads", 1,
+         R"({"callback":"dataFlowAdManagerDidFailWithError","code":-1,"domain":"sdk.data.err"}
+)"},
+        {"native --slot fail-500", 1,
+         R"({"callback":"dataFlowAdManagerDidFailWithError","code":-1,"domain":"NSURLErrorDomain"}
+)"},
+        {"reward --slot reward-novideo-first", 1,
+         R"({"callback":"rewardVideoAdManagerDidFailWithError","code":-1,"domain":"sdk.data.err"}
+)"}};
+    for (const auto& [args, status, expected] : cases) {
+        auto r = load(std::string("--kind ") + args);
+        EXPECT_EQ(r.status, status) << args;
+        for (auto [from, to] : {std::pair{sandbox.baseUrl(), "$BASE"}, {cache_.string(), "$CACHE"}})
+            for (size_t p; (p = r.out.find(from)) != std::string::npos;)
+                r.out.replace(p, from.size(), to);
+        EXPECT_EQ(r.out, expected) << args;
+    }
+    // The native slot's size went out as given; the video arrived whole.
+    const json slot = json::parse(sandbox.fetchRecords()[1].body)["slot"];
+    EXPECT_EQ(slot["width"], 600);
+    EXPECT_EQ(slot["height"], 300);
+    EXPECT_EQ(std::filesystem::file_size(cache_ / "pelora.host/Pelora/reward-3s.mp4"),
               std::filesystem::file_size(std::string(PELORA_SOURCE_DIR) +
                                          "/tools/sandbox/creatives/reward-3s.mp4"));
-    auto streamed = load("--kind reward --slot reward-stream");
-    ASSERT_EQ(streamed.lines().size(), 2u) << streamed.out;
-    EXPECT_TRUE(streamed.lines()[1]["path"].is_null());
-}
-
-// Every failure slot of the sandbox, as the SDK reports it: one line and exit status 1.
-TEST_F(LoadProgramTest, FailuresPrintTheirDomainAndCodeAndExitOne) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"splash --slot fail-noads", "splashAdDidFailWithError sdk.data.error -1"},
-        {"splash --slot fail-nodata", "splashAdDidFailWithError NSURLErrorDomain -1"},
-        {"splash --slot fail-empty", "splashAdDidFailWithError NSURLErrorDomain -1"},
-        {"splash --slot fail-malformed", "splashAdDidFailWithError NSURLErrorDomain -1"},
-        {"splash --slot fail-noanswer --timeout 1",
-         "splashAdDidFailWithError NSURLErrorDomain -1001"},
-        {"splash --slot fail-delay --timeout 1", "splashAdDidFailWithError NSURLErrorDomain -1001"},
-        {"native --slot fail-noads", "dataFlowAdManagerDidFailWithError sdk.data.err -1"},
-        {"native --slot fail-500", "dataFlowAdManagerDidFailWithError NSURLErrorDomain -1"},
-        {"reward --slot reward-novideo-first",
-         "rewardVideoAdManagerDidFailWithError sdk.data.err -1"}};
-    for (const auto& [args, expected] : cases) {
-        auto r = load(std::string("--kind ") + args);
-        EXPECT_EQ(r.status, 1) << args;
-        auto lines = r.lines();
-        ASSERT_EQ(lines.size(), 1u) << args << "\n" << r.out;
-        EXPECT_EQ(lines[0].value("callback", "") + " " + lines[0].value("domain", "") + " " +
-                      std::to_string(lines[0].value("code", 0)),
-                  expected)
-            << args;
-    }
 }
 
 }  // namespace

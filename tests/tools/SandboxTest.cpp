@@ -17,6 +17,7 @@
 
 #include "Inspector.h"
 #include "pelora/sandbox/Sandbox.h"
+#include "track/PeloraTrackReplace.h"
 
 namespace {
 
@@ -26,11 +27,6 @@ using pelora::sandbox::SandboxOptions;
 using Texts = std::vector<std::string>;
 namespace fs = std::filesystem;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 httplib::Client clientOf(const Sandbox& sandbox, int readTimeoutSeconds = 10) {
     httplib::Client c("127.0.0.1", sandbox.port());
     c.set_connection_timeout(5, 0);
@@ -38,31 +34,18 @@ httplib::Client clientOf(const Sandbox& sandbox, int readTimeoutSeconds = 10) {
     return c;
 }
 
-// Fills every macro the way the SDK does for an event of `type`.
-std::string fill(std::string url, int type) {
-    auto set = [&](const std::string& macro, const std::string& value) {
-        for (size_t p; (p = url.find(macro)) != std::string::npos;)
-            url.replace(p, macro.size(), value);
-    };
-    for (const char* m : {"__TS__", "__EVENT_TIME_START__", "__EVENT_TIME_END__"})
-        set(m, "1700000000123");
-    for (const char* m : {"__WIDTH__", "__HEIGHT__", "__REQ_WIDTH__", "__REQ_HEIGHT__"})
-        set(m, "320");
-    for (const char* m : {"__DOWN_X__", "__DOWN_Y__", "__UP_X__", "__UP_Y__"})
-        set(m, type == 2 ? "12" : "-999");
-    if (type == 2) {
-        set("__OFFSET_X__", "12");
-        set("__OFFSET_Y__", "12");
-    }
-    set("__VIDEO_TIME__", "10");
-    if (type == 35) set("__VIDEO_END_TIME__", "10");
-    for (const char* m : {"__VIDEO_BEHAVIOR__", "__VIDEO_START_TIME__", "__VIDEO_PLAY_LAST_FRAME__",
-                          "__VIDEO_STATUS__"})
-        set(m, "0");
-    set("__VIDEO_PLAY_FIRSR_FRAME__", "1");
-    set("__VIDEO_SCENE__", "3");
-    set("__VIDEO_PLAY_TYPE__", "1");
-    return url;
+// Fills a tracking URL the way the SDK does for an event of `type`: its macro record with the
+// time, the sizes, the touch point of a click and the video's time and scene.
+std::string fill(const std::string& url, int type) {
+    PeloraTrackReplace r;
+    r.__TS__ = r.__EVENT_TIME_START__ = r.__EVENT_TIME_END__ = 1700000000123;
+    r.__WIDTH__ = r.__HEIGHT__ = r.__REQ_WIDTH__ = r.__REQ_HEIGHT__ = 320;
+    if (type == 2) r.__DOWN_X__ = r.__DOWN_Y__ = r.__UP_X__ = r.__UP_Y__ = 12;
+    if (type == 2) r.__OFFSET_X__ = r.__OFFSET_Y__ = 12;
+    r.__VIDEO_TIME__ = 10;
+    r.__VIDEO_SCENE__ = 3;
+    if (type == 35) r.__VIDEO_END_TIME__ = 10;
+    return r.replacedString(url);
 }
 
 class SandboxTest : public ::testing::Test {
@@ -124,6 +107,7 @@ class SandboxTest : public ::testing::Test {
     Sandbox sandbox;
 };
 
+// The native slot's order and its POST template show in the load and demo tests.
 TEST_F(SandboxTest, AnswersFromTheInventoryAndKeepsTheRequest) {
     json answer = fetch("splash-demo", "0123456789ABCDEF0123456789ABCDEF");
     EXPECT_EQ(answer["code"], 0);
@@ -152,70 +136,23 @@ TEST_F(SandboxTest, AnswersFromTheInventoryAndKeepsTheRequest) {
     EXPECT_EQ(fetches[0].contentType, "application/json");
     EXPECT_EQ(json::parse(fetches[0].body)["slot"]["width"], 750);
     EXPECT_EQ(fetches[0].status, 200);
-
-    // The native slot keeps its order and expands its POST template.
-    json native = ads("native-demo");
-    ASSERT_EQ(native.size(), 5u);
-    for (size_t i = 0; i < native.size(); ++i) {
-        EXPECT_EQ(native[i]["adId"], "native-00" + std::to_string(i + 1));
-        EXPECT_EQ(native[i]["icons"].size(), 1u);
-        EXPECT_EQ(native[i]["images"].size(), 1u);
-    }
-    const json& post = native[0]["trackUrls"][0];
-    EXPECT_EQ(post["trackType"], 1);
-    EXPECT_EQ(post["method"], "POST");
-    EXPECT_EQ(post["contentType"], "application/json");
-    EXPECT_NE(post["content"].get<std::string>().find("\"adId\":\"native-001\""),
-              std::string::npos);
-    EXPECT_NE(post["content"].get<std::string>().find("__TS__"), std::string::npos);
-    EXPECT_EQ(post["urls"][0], sandbox.baseUrl() + "/track/native-demo/native-001/1?via=post");
 }
 
-TEST_F(SandboxTest, ServesItsFilesFromTheirFoldersOnly) {
+TEST_F(SandboxTest, ServesFilesFromTheirFoldersOnly) {
     auto c = client();
-    for (const std::string slot : {"splash-demo", "native-demo"}) {
-        for (const auto& ad : ads(slot)) {
-            for (const char* list : {"images", "icons"}) {
-                for (const std::string url : ad.value(list, json::array())) {
-                    const std::string path = url.substr(sandbox.baseUrl().size());
-                    auto res = c.Get(path.c_str());
-                    ASSERT_TRUE(res) << path;
-                    EXPECT_EQ(res->status, 200) << path;
-                    EXPECT_EQ(res->body, readFile(Sandbox::defaultCreativesDir() +
-                                                  path.substr(std::string("/creatives").size())));
-                    EXPECT_EQ(res->get_header_value("Content-Type").rfind("image/", 0), 0u);
-                }
-            }
-        }
-    }
-    auto page = c.Get("/inspector/");
-    ASSERT_TRUE(page);
-    EXPECT_EQ(page->status, 200);
-    EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
-    EXPECT_NE(page->body.find("inspector.js"), std::string::npos);
-    EXPECT_EQ(c.Get("/inspector")->status, 302);
-    for (const char* file : {"index.html", "inspector.js", "inspector.css"}) {
-        auto res = c.Get((std::string("/inspector/") + file).c_str());
-        ASSERT_TRUE(res) << file;
-        EXPECT_EQ(res->status, 200) << file;
-        // Nothing is loaded from another machine.
-        for (const char* outside : {"http://", "https://", "url(//", "src=\"//", "href=\"//"})
-            EXPECT_EQ(res->body.find(outside), std::string::npos) << file << " holds " << outside;
-    }
-    EXPECT_EQ(c.Get("/inspector/inspector.js")->get_header_value("Content-Type"),
-              "text/javascript; charset=utf-8");
+    EXPECT_EQ(c.Get("/creatives/splash-demo.png")->status, 200);
+    EXPECT_EQ(c.Get("/inspector/inspector.js")->status, 200);
     for (const char* path :
          {"/creatives/../inventory/default.json", "/creatives/a/../../x.png",
           "/creatives/%2e%2e/inventory/default.json", "/inspector/../inventory/default.json",
           "/inspector/%2e%2e/inventory/default.json",
-          "/inspector/a/../../creatives/splash-demo.png"}) {
+          "/inspector/a/../../creatives/splash-demo.png", "/creatives/no-such-file.png",
+          "/inspector/missing.js"}) {
         auto res = c.Get(path);
         ASSERT_TRUE(res) << path;
         EXPECT_NE(res->status, 200) << path;
         EXPECT_EQ(res->body.find("\"slots\""), std::string::npos) << path;
     }
-    EXPECT_EQ(c.Get("/creatives/no-such-file.png")->status, 404);
-    EXPECT_EQ(c.Get("/inspector/missing.js")->status, 404);
 }
 
 TEST_F(SandboxTest, RecordsTrackingRequestsAndServesThemAsJson) {
@@ -233,10 +170,16 @@ TEST_F(SandboxTest, RecordsTrackingRequestsAndServesThemAsJson) {
     EXPECT_EQ(c.Get(get.c_str())->status, 204);
     EXPECT_EQ(c.Post("/track/native-demo/native-001/1?via=post", body, "application/json")->status,
               204);
-    ASSERT_TRUE(sandbox.waitForTrackingRecords(2, std::chrono::seconds(5)));
+    // Bytes that are not text, in a query and a body, and in a fetch's request id.
+    EXPECT_EQ(c.Post("/track/splash-demo/splash-001/2?ts=%FF%FE", std::string("\xff\x00\xfe", 3),
+                     "application/octet-stream")
+                  ->status,
+              204);
+    EXPECT_EQ(fetch("splash-demo", "%FF")["code"], 0);
+    ASSERT_TRUE(sandbox.waitForTrackingRecords(3, std::chrono::seconds(5)));
 
     auto records = sandbox.trackingRecords();
-    ASSERT_EQ(records.size(), 2u);
+    ASSERT_EQ(records.size(), 3u);
     EXPECT_EQ(records[0].method, "GET");
     EXPECT_EQ(records[0].slot, "splash-demo");
     EXPECT_EQ(records[0].adId, "splash-001");
@@ -250,12 +193,14 @@ TEST_F(SandboxTest, RecordsTrackingRequestsAndServesThemAsJson) {
     EXPECT_EQ(records[1].query, "via=post");
     {
         std::lock_guard lock(observedMutex);
-        EXPECT_EQ(observed, (Texts{"splash-001", "native-001"}));
+        EXPECT_EQ(observed, (Texts{"splash-001", "native-001", "splash-001"}));
     }
     json list = json::parse(c.Get("/sandbox/records")->body)["records"];
-    ASSERT_EQ(list.size(), 2u);
+    ASSERT_EQ(list.size(), 3u);
     EXPECT_EQ(list[0]["params"]["dx"], "12");
     EXPECT_EQ(list[1]["body"], body);
+    EXPECT_EQ(exported()["beacons"].size(), 3u);
+    EXPECT_EQ(exported()["fetches"].size(), 1u);
 
     EXPECT_EQ(c.Delete("/sandbox/records")->status, 204);
     EXPECT_TRUE(sandbox.trackingRecords().empty());
@@ -281,59 +226,18 @@ TEST_F(SandboxTest, NoAnswerSlotHoldsUntilTheClientGivesUpOrTheServerStops) {
 
 // ---- the inspector ----------------------------------------------------------------------------
 
-TEST_F(SandboxTest, AnSdkThatCountsOnceAndFillsItsMacrosRaisesNoFlag) {
-    json splash = ads("splash-demo")[0];
-    get(fill(track(splash, 1), 1));
-    get(fill(track(splash, 2), 2));  // the click id stays as written: no device knows it
-    get(fill(track(splash, 16), 16));
-    get(fill(track(ads("splash-demo")[0], 1), 1));  // each serving counts on its own
-    json reward = ads("reward-demo")[0];
-    for (int type : {1, 31, 32, 33, 34, 35, 8}) get(fill(track(reward, type), type));
-    EXPECT_EQ(flagged(), Texts{});
-
-    // The checklist: what came, and what never did.
-    json served = exported()["ads"];
-    ASSERT_EQ(served.size(), 3u);
-    EXPECT_EQ(served[0]["adId"], "splash-001");
-    EXPECT_EQ(served[0]["missing"], json({"deep link opened"}));
-    EXPECT_EQ(served[1]["missing"], json({"click", "deep link failed", "deep link opened"}));
-    EXPECT_NE(served[0]["id"], served[1]["id"]);
-    EXPECT_NE(served[0]["fetch"], served[1]["fetch"]);
-    EXPECT_EQ(served[2]["missing"], json({"click", "deep link failed", "deep link opened", "skip",
-                                          "play error", "mute"}));
-    for (const auto& e : served[2]["events"]) {
-        if (e["event"] != "video complete") continue;
-        ASSERT_EQ(e["sent"].size(), 1u);
-        EXPECT_GT(e["sent"][0]["timeMs"].get<int64_t>(), 0);
-    }
-}
-
+// The page's own test shows the common flags; these are the rules it does not reach: a repeat
+// of an ad never served is both, and only macros the SDK knows for the event count as left (an
+// unfilled video end time on a 75% beacon is normal, its time and sizes are not).
 TEST_F(SandboxTest, FlagsEachFaultOnTheBeaconThatShowsIt) {
-    json splash = ads("splash-demo")[0];
-    const std::string impression = fill(track(splash, 1), 1);
-    get(impression);
-    get(impression);  // twice
     get("/track/splash-demo/ghost-001/1?ts=1");
-    get("/track/splash-demo/ghost-001/1?ts=2");  // never served, and twice
-    json native = ads("native-demo");
-    get(fill(track(native[1], 2), 2));  // click, no impression
-    std::string noTs = track(native[2], 2);
-    noTs = fill(noTs.replace(noTs.find("__TS__"), 6, "__KEEP__"), 2);
-    get(noTs.replace(noTs.find("__KEEP__"), 8, "__TS__"));  // the SDK always has a time
+    get("/track/splash-demo/ghost-001/1?ts=2");
     json reward = ads("reward-demo")[0];
     get(fill(track(reward, 35), 35));
-    get(fill(track(reward, 33), 33));  // a quartile after completion
-    get(track(reward, 34));            // ... with nothing filled at all
-
-    EXPECT_EQ(flagged(),
-              (Texts{"splash-001 impression: duplicate", "ghost-001 impression: never-served",
-                     "ghost-001 impression: never-served duplicate",
-                     "native-002 click: click-without-impression",
-                     "native-003 click: macro-left click-without-impression",
-                     "reward-001 video 50%: quartile-after-complete",
-                     "reward-001 video 75%: macro-left quartile-after-complete"}));
-    // Only macros the SDK knows for the event count: an unfilled video end time on a 75% beacon
-    // is normal, its time and sizes are not.
+    get(track(reward, 34));  // a quartile after completion, with nothing filled at all
+    EXPECT_EQ(flagged(), (Texts{"ghost-001 impression: never-served",
+                                "ghost-001 impression: never-served duplicate",
+                                "reward-001 video 75%: macro-left quartile-after-complete"}));
     EXPECT_EQ(exported()["beacons"].back()["leftMacros"],
               json({"__HEIGHT__", "__REQ_HEIGHT__", "__REQ_WIDTH__", "__TS__", "__VIDEO_BEHAVIOR__",
                     "__VIDEO_PLAY_FIRSR_FRAME__", "__VIDEO_PLAY_LAST_FRAME__",
@@ -341,38 +245,13 @@ TEST_F(SandboxTest, FlagsEachFaultOnTheBeaconThatShowsIt) {
                     "__VIDEO_STATUS__", "__VIDEO_TIME__", "__WIDTH__"}));
 }
 
-TEST_F(SandboxTest, DecodesMacrosWhereTheServedTemplatePutThem) {
-    json native = ads("native-demo")[0];
-    // native-001 reports its impression by POST with the macros in a JSON body.
-    ASSERT_TRUE(client().Post(track(native, 1).c_str(), fill(native["trackUrls"][0]["content"], 1),
-                              "application/json"));
-    get(fill(track(native, 2), 2));
-
-    json record = exported();
-    ASSERT_EQ(record["beacons"].size(), 2u);
-    std::map<std::string, json> impression, click;
-    for (const auto& m : record["beacons"][0]["macros"]) impression[m["macro"]] = m;
-    for (const auto& m : record["beacons"][1]["macros"]) click[m["macro"]] = m;
-    EXPECT_EQ(impression["__TS__"]["where"], "body");
-    EXPECT_EQ(impression["__TS__"]["text"], "2023-11-14 22:13:20.123 UTC");
-    EXPECT_EQ(impression["__REQ_WIDTH__"]["text"], "320 px requested");
-    EXPECT_EQ(record["beacons"][0]["bodyJson"]["event"], "impression");
-    EXPECT_EQ(click["__DOWN_X__"]["where"], "url dx");
-    EXPECT_EQ(click["__DOWN_X__"]["text"], "12 pt in the ad");
-    EXPECT_EQ(click["__CLICK_ID__"]["state"], "unset");
-    // The fetch itself: the request and the answer as trees.
-    ASSERT_EQ(record["fetches"].size(), 1u);
-    EXPECT_EQ(record["fetches"][0]["bodyJson"]["slot"]["slotId"], "native-demo");
-    EXPECT_EQ(record["fetches"][0]["answerJson"]["data"]["ads"].size(), 5u);
-    EXPECT_EQ(record["fetches"][0]["params"]["reqId"], "R");
-
+// How the inspector reads a macro's value and finds the values in a URL made from a template.
+TEST(SandboxInspectorDecoding, MacroValuesReadAsAPersonWould) {
     using pelora::sandbox::decodeMacro;
     EXPECT_EQ(decodeMacro("__TS__", "0")["text"], "1970-01-01 00:00:00.000 UTC");
     EXPECT_EQ(decodeMacro("__TS__", "abc")["state"], "bad");
     EXPECT_EQ(decodeMacro("__DOWN_Y__", "-999")["state"], "fallback");
-    EXPECT_EQ(decodeMacro("__OFFSET_Y__", "0")["text"], "0 pt in the ad");
     EXPECT_EQ(decodeMacro("__VIDEO_STATUS__", "2")["text"], "2: play error");
-    EXPECT_EQ(decodeMacro("__VIDEO_BEHAVIOR__", "1")["text"], "1: not auto-played");
     EXPECT_EQ(decodeMacro("__VIDEO_TIME__", "__VIDEO_TIME__")["state"], "left");
     using pelora::sandbox::matchTemplate;
     auto values = matchTemplate("/t?a=__TS__&b=x__WIDTH__y", "/t?a=17&b=x320y");
@@ -431,40 +310,28 @@ class Stream {
 
 // Bytes that are not text (a query escape, a binary body, a request id) reach the page, the
 // export and the records as well.
+// Pages receive a snapshot, then each entry as it comes; more pages than the bound are turned
+// away, the ones open keep no fetch waiting, and stopping ends every feed.
 TEST_F(SandboxTest, PagesGetASnapshotThenEachEntryAndStopNeverWaitsForThem) {
     Stream page(sandbox.port());
     ASSERT_TRUE(page.waitFor("event: snapshot\n"));
-    json splash = fetch("splash-demo", "%FF")["data"]["ads"][0];
-    ASSERT_TRUE(page.waitFor("event: fetch\n"));
-    ASSERT_TRUE(page.waitFor("event: ad\n"));
-    get(fill(track(splash, 1), 1));
-    ASSERT_TRUE(page.waitFor("\"event\":\"impression\""));
-    get("/track/splash-demo/splash-001/1?ts=%FF%FE");
-    ASSERT_TRUE(client().Post("/track/splash-demo/splash-001/2", std::string("\xff\x00\xfe", 3),
-                              "application/octet-stream"));
-    json record = exported();
-    EXPECT_EQ(record["beacons"].size(), 3u);
-    EXPECT_EQ(record["fetches"].size(), 1u);
-    EXPECT_EQ(json::parse(client().Get("/sandbox/records")->body)["records"].size(), 3u);
-
-    ASSERT_TRUE(client().Put("/sandbox/slots/splash-demo/simulate", R"({"status":500})",
-                             "application/json"));
-    ASSERT_TRUE(page.waitFor("event: slots\n"));
+    get(fill(track(ads("splash-demo")[0], 1), 1));
+    for (const char* entry : {"event: fetch\n", "event: ad\n", "\"event\":\"impression\""})
+        ASSERT_TRUE(page.waitFor(entry)) << entry;
     ASSERT_TRUE(client().Post("/sandbox/records/clear"));
     ASSERT_TRUE(page.waitFor("event: reset\n"));
 
-    // More pages than the bound are turned away; the ones open do not keep fetches waiting.
     Stream second(sandbox.port()), third(sandbox.port()), fourth(sandbox.port());
     for (Stream* s : {&second, &third, &fourth}) ASSERT_TRUE(s->waitFor("event: snapshot\n"));
     EXPECT_EQ(client().Get("/sandbox/inspector/events")->status, 503);
     EXPECT_EQ(ads("native-demo").size(), 5u);
-
     sandbox.stop();
     for (Stream* s : {&page, &second, &third, &fourth}) EXPECT_TRUE(s->waitFor(""));
     EXPECT_EQ(page.status(), 200);
 }
 
-TEST_F(SandboxTest, SlotSimulationsChangeLiveAndRefuseWhatTheyCannotUse) {
+// Switching a slot live and back is the page's own test; here, what the control refuses.
+TEST_F(SandboxTest, SlotSimulationsRefuseWhatTheyCannotUse) {
     auto c = client();
     for (const char* body : {"not json", "[1]", R"({"status": "500"})", R"({"status": 99})",
                              R"({"delayMs": -1})", R"({"body": "weird"})", R"({"statsu": 500})"}) {
@@ -475,23 +342,6 @@ TEST_F(SandboxTest, SlotSimulationsChangeLiveAndRefuseWhatTheyCannotUse) {
     }
     EXPECT_EQ(c.Put("/sandbox/slots/no-such-slot/simulate", "{}", "application/json")->status, 404);
     EXPECT_EQ(ads("splash-demo").size(), 1u);  // nothing refused took effect
-
-    auto set = c.Put("/sandbox/slots/splash-demo/simulate",
-                     R"({"status":500,"body":"nodata","code":500})", "application/json");
-    ASSERT_TRUE(set);
-    EXPECT_EQ(set->status, 200);
-    EXPECT_EQ(json::parse(set->body)["changed"], true);
-    auto failing =
-        c.Post("/api/v1/advert/fetch", R"({"slot":{"slotId":"splash-demo"}})", "application/json");
-    ASSERT_TRUE(failing);
-    EXPECT_EQ(failing->status, 500);
-    EXPECT_EQ(json::parse(failing->body), json({{"code", 500}, {"msg", "no data (simulated)"}}));
-    EXPECT_EQ(json::parse(c.Get("/sandbox/slots")->body)["splash-demo"]["status"], 500);
-
-    auto reset = c.Delete("/sandbox/slots/splash-demo/simulate");
-    ASSERT_TRUE(reset);
-    EXPECT_EQ(json::parse(reset->body)["changed"], false);
-    EXPECT_EQ(ads("splash-demo").size(), 1u);
 }
 
 // ---- inventories ------------------------------------------------------------------------------
