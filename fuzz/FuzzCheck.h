@@ -66,27 +66,15 @@ class Reader {
 
 // Strict UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF).
 inline bool isUtf8(std::string_view s) {
-    size_t i = 0;
-    while (i < s.size()) {
+    for (size_t i = 0; i < s.size();) {
         const auto c = static_cast<unsigned char>(s[i]);
-        size_t n = 0;
-        uint32_t cp = 0;
         if (c < 0x80) {
             ++i;
             continue;
-        } else if (c >= 0xC2 && c <= 0xDF) {
-            n = 1;
-            cp = c & 0x1F;
-        } else if (c >= 0xE0 && c <= 0xEF) {
-            n = 2;
-            cp = c & 0x0F;
-        } else if (c >= 0xF0 && c <= 0xF4) {
-            n = 3;
-            cp = c & 0x07;
-        } else {
-            return false;
         }
-        if (i + n >= s.size()) return false;
+        const size_t n = c >= 0xF0 ? 3 : c >= 0xE0 ? 2 : 1;  // continuation bytes
+        if (c < 0xC2 || c > 0xF4 || i + n >= s.size()) return false;
+        uint32_t cp = c & (0x3F >> n);
         for (size_t k = 1; k <= n; ++k) {
             const auto d = static_cast<unsigned char>(s[i + k]);
             if ((d & 0xC0) != 0x80) return false;

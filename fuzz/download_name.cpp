@@ -58,35 +58,35 @@ class RecordingFiles final : public pelora::platform::FileSystem {
     std::vector<std::string> touched;
 };
 
-struct Backend {
-    std::shared_ptr<pelora::testing::ManualRunLoop> loop;
-    std::shared_ptr<pelora::testing::FakeHttpSessionFactory> http;
-    std::shared_ptr<RecordingFiles> files;
-};
+using pelora::testing::FakeHttpSessionFactory;
 
-Backend& backend() {
-    static Backend* b = [] {
-        auto* made = new Backend;
-        auto clock = std::make_shared<pelora::testing::ManualClock>();
-        made->loop = std::make_shared<pelora::testing::ManualRunLoop>(clock);
+struct Backend {
+    std::shared_ptr<pelora::testing::ManualClock> clock =
+        std::make_shared<pelora::testing::ManualClock>();
+    std::shared_ptr<pelora::testing::ManualRunLoop> loop =
+        std::make_shared<pelora::testing::ManualRunLoop>(clock);
+    std::shared_ptr<FakeHttpSessionFactory> http;
+    std::shared_ptr<RecordingFiles> files = std::make_shared<RecordingFiles>();
+
+    Backend() {
         // The fake session writes each download to a real temporary file and removes it once
         // the completion returned; it gets a directory of its own.
         static char dir[] = "/tmp/pelora-fuzz-XXXXXX";
         const char* tmp = mkdtemp(dir);
         if (tmp) std::atexit([] { std::filesystem::remove_all(dir); });
-        made->http = std::make_shared<pelora::testing::FakeHttpSessionFactory>(
-            made->loop, tmp ? std::string(tmp) : std::string());
-        made->http->setDefaultResponse(
-            pelora::testing::FakeHttpSessionFactory::Response::ok("video"));
-        made->files = std::make_shared<RecordingFiles>();
+        http = std::make_shared<FakeHttpSessionFactory>(loop, tmp ? std::string(tmp) : "");
+        http->setDefaultResponse(FakeHttpSessionFactory::Response::ok("video"));
         pelora::platform::Services services;
         services.clock = clock;
-        services.mainRunLoop = made->loop;
-        services.http = made->http;
-        services.files = made->files;
+        services.mainRunLoop = loop;
+        services.http = http;
+        services.files = files;
         pelora::platform::installServices(std::move(services));
-        return made;
-    }();
+    }
+};
+
+Backend& backend() {
+    static Backend* b = new Backend;  // kept to the end: the installed services point into it
     return *b;
 }
 
