@@ -37,14 +37,14 @@ TEST(ToolSafeTarget, CallsOnlyLiveImplementers) {
     EXPECT_EQ(recorder->calls.size(), 2u);
 }
 
-TEST(ToolUrlEscaping, ModernAndLegacyPaths) {
-    const std::string text = "a b&c=d/e?f:g@h+i~é";
-    EXPECT_EQ(PeloraTool::stringByURLEncode(text), "a%20b&c=d/e?f:g@h+i~%C3%A9");
-    EXPECT_EQ(PeloraTool::stringByURLEncodeLegacy(text),
-              "a%20b%26c%3Dd%2Fe%3Ff%3Ag%40h%2Bi~%C3%A9");
-    EXPECT_EQ(PeloraTool::stringByURLDecode("a+b%20c"), "a+b c");
+// The modern encoder keeps the query delimiters and its decoder keeps "+"; both decoders refuse
+// a cut or non-hex escape and what is not UTF-8. (The request query's escaping, batch borders
+// included, is RecordsTest's; the round trips and the legacy encoder's escapes are the
+// url_escaping fuzz target's.)
+TEST(ToolUrlEscaping, ModernPathAndRefusals) {
+    EXPECT_EQ(PeloraTool::stringByURLEncode("a b&c=d/e?f:g@h+i~é"), "a%20b&c=d/e?f:g@h+i~%C3%A9");
+    EXPECT_EQ(PeloraTool::stringByURLDecode("a+b%20c%E4%BD%A0"), "a+b c\xE4\xBD\xA0");
     EXPECT_EQ(PeloraTool::stringByURLDecodeLegacy("a+b%20c"), "a b c");
-    EXPECT_EQ(PeloraTool::stringByURLDecode("%E4%BD%A0"), "\xE4\xBD\xA0");
     for (const char* bad : {"bad%2", "bad%zz", "%FF"}) {
         EXPECT_EQ(PeloraTool::stringByURLDecode(bad), std::nullopt) << bad;
         EXPECT_EQ(PeloraTool::stringByURLDecodeLegacy(bad), std::nullopt) << bad;
@@ -53,17 +53,6 @@ TEST(ToolUrlEscaping, ModernAndLegacyPaths) {
 
 // The encoder works in batches of 50 UTF-16 units; a batch never ends inside a character or a
 // sequence drawn as one.
-TEST(ToolComposedBatches, EmojiAcrossTheBatchBorderStaysWhole) {
-    const std::string emoji = "\xF0\x9F\x98\x80";  // two UTF-16 units
-    const std::string text = std::string(49, 'a') + emoji + std::string(70, 'b');
-    ASSERT_EQ(PeloraTool::utf16Length(text), 121u);
-    const auto pieces = PeloraTool::composedBatches(text, 50);
-    ASSERT_GE(pieces.size(), 2u);
-    EXPECT_EQ(pieces[0], std::string(49, 'a') + emoji);  // widened to 51 units
-    EXPECT_EQ(PeloraTool::stringByURLEncode(text),
-              std::string(49, 'a') + "%F0%9F%98%80" + std::string(70, 'b'));
-}
-
 TEST(ToolComposedBatches, SequencesAreNeverSplit) {
     const std::string combining = "e\xCC\x81";                                  // e + acute
     const std::string family = "\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9";  // man ZWJ woman
