@@ -12,7 +12,6 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "Inspector.h"

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "TestPlatform.h"
 #include "pelora/PeloraApiAd.h"

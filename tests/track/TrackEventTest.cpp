@@ -8,7 +8,6 @@
 #include "FakeServer.h"
 #include "LoopbackServer.h"
 #include "TestPlatform.h"
-#include "core/PeloraNetwork.h"
 #include "pelora/PeloraApiAd.h"
 #include "pelora/ui/UI.h"
 #include "track/PeloraTrackEvent.h"
