@@ -51,9 +51,9 @@ class LaunchScreen : public PeloraSplashAdViewDelegate {
 }  // namespace
 
 int main(int argc, char** argv) {
-    pelora::desktop::DesktopOptions options;
-    if (argc > 1) options.sdk.serverOrigin = std::string(argv[1]);
-    auto services = pelora::desktop::installDesktopPlatform(options);
+    pelora::desktop::DesktopOptions platform;
+    if (argc > 1) platform.sdk.serverOrigin = std::string(argv[1]);
+    auto services = pelora::desktop::installDesktopPlatform(platform);
     PeloraSDKManager::setAppID("window-host-example");
 
     auto window = std::make_shared<pelora::ui::Window>(services.device->screenBounds());
