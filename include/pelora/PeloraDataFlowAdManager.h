@@ -46,7 +46,9 @@ class PeloraDataFlowAdManagerImpl;
 
 class PELORA_EXPORT PeloraDataFlowAdManager final
     : public std::enable_shared_from_this<PeloraDataFlowAdManager> {
-    struct PrivateTag {};
+    struct PrivateTag {
+        explicit PrivateTag() = default;
+    };
 
   public:
     // Made by initWithSlot() (or the inert init()) only.

@@ -70,7 +70,9 @@ class PELORA_EXPORT PeloraRewardVideoAdManagerDelegate {
 // plays on but nobody hears of it.
 class PELORA_EXPORT PeloraRewardVideoAdManager final
     : public std::enable_shared_from_this<PeloraRewardVideoAdManager> {
-    struct PrivateTag {};
+    struct PrivateTag {
+        explicit PrivateTag() = default;
+    };
 
   public:
     // Made by initWithSlot() (or the inert init()) only.

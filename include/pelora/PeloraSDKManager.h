@@ -25,7 +25,9 @@ inline constexpr const char kPeloraDownloadErrorDomain[] = "sdk.data.err.downloa
 // The host's first point of contact: the application id and the SDK's identity values, plus
 // the one process-wide reachability monitor whose status every ad request carries.
 class PELORA_EXPORT PeloraSDKManager final : public std::enable_shared_from_this<PeloraSDKManager> {
-    struct PrivateTag {};
+    struct PrivateTag {
+        explicit PrivateTag() = default;
+    };
 
   public:
     explicit PeloraSDKManager(PrivateTag) {}

@@ -46,7 +46,9 @@ class PELORA_EXPORT PeloraSplashAdViewDelegate {
 class PeloraSplashAdViewInternal;
 
 class PELORA_EXPORT PeloraSplashAdView final : public pelora::ui::View {
-    struct PrivateTag {};
+    struct PrivateTag {
+        explicit PrivateTag() = default;
+    };
 
   public:
     // Made by initWithSlotID() (or initWithFrame()) only.
