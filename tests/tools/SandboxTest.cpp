@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -265,11 +266,10 @@ TEST(SandboxInspectorDecoding, MacroValuesReadAsAPersonWould) {
 // Reads the event stream of one page on its own thread.
 class Stream {
   public:
-    explicit Stream(int port) {
-        thread_ = std::thread([this, port] {
-            httplib::Client c("127.0.0.1", port);
-            c.set_read_timeout(30, 0);
-            auto res = c.Get("/sandbox/inspector/events", [&](const char* data, size_t size) {
+    explicit Stream(int port) : client_("127.0.0.1", port) {
+        client_.set_read_timeout(30, 0);
+        thread_ = std::thread([this] {
+            auto res = client_.Get("/sandbox/inspector/events", [&](const char* data, size_t size) {
                 std::lock_guard lock(mutex_);
                 text_.append(data, size);
                 changed_.notify_all();
@@ -281,14 +281,26 @@ class Stream {
             changed_.notify_all();
         });
     }
-    // The feed ends when the server stops: stop it before a Stream goes out of scope.
-    ~Stream() { thread_.join(); }
+    // The feed ends when the server stops; a test that failed before stopping it closes the
+    // connection here instead of waiting for the read time-out.
+    ~Stream() {
+        bool open = false;
+        {
+            std::lock_guard lock(mutex_);
+            open = !ended_;
+        }
+        if (open) client_.stop();
+        thread_.join();
+    }
     // True once the stream holds `needle` (or, with an empty needle, has ended; bounded wait).
     bool waitFor(const std::string& needle) {
+        return waitFor([&](const std::string& text) {
+            return needle.empty() ? ended_ : text.find(needle) != std::string::npos;
+        });
+    }
+    bool waitFor(const std::function<bool(const std::string&)>& holds) {
         std::unique_lock lock(mutex_);
-        auto seen = [&] {
-            return needle.empty() ? ended_ : text_.find(needle) != std::string::npos;
-        };
+        auto seen = [&] { return holds(text_); };
         return changed_.wait_for(lock, std::chrono::seconds(10), [&] {
             return seen() || ended_;
         }) && seen();
@@ -299,6 +311,7 @@ class Stream {
     }
 
   private:
+    httplib::Client client_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::string text_;
@@ -318,7 +331,13 @@ TEST_F(SandboxTest, PagesGetASnapshotThenEachEntryAndStopNeverWaitsForThem) {
     for (const char* entry : {"event: fetch\n", "event: ad\n", "\"event\":\"impression\""})
         ASSERT_TRUE(page.waitFor(entry)) << entry;
     ASSERT_TRUE(client().Post("/sandbox/records/clear"));
-    ASSERT_TRUE(page.waitFor("event: reset\n"));
+    // A page hears the clear as a reset, or, when it had not been sent every entry before the
+    // clear yet, as a fresh snapshot.
+    ASSERT_TRUE(page.waitFor([](const std::string& text) {
+        const auto first = text.find("event: snapshot\n");
+        return text.find("event: reset\n") != std::string::npos ||
+               text.find("event: snapshot\n", first + 1) != std::string::npos;
+    }));
 
     Stream second(sandbox.port()), third(sandbox.port()), fourth(sandbox.port());
     for (Stream* s : {&second, &third, &fourth}) ASSERT_TRUE(s->waitFor("event: snapshot\n"));
