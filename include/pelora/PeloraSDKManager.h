@@ -34,9 +34,10 @@ class PELORA_EXPORT PeloraSDKManager final : public std::enable_shared_from_this
     PeloraSDKManager(const PeloraSDKManager&) = delete;
     PeloraSDKManager& operator=(const PeloraSDKManager&) = delete;
 
-    // The singleton, created (with its monitor started) on the first call from any thread.
-    // Install the platform services before that first call: the monitor is made from them,
-    // and a manager created without them has no monitor for the life of the process.
+    // The singleton, created (with its monitor started) on the first call from any thread, and
+    // again on the first call after shutdown(). Install the platform services before that
+    // call: the monitor is made from them, and a manager created without them has none until
+    // the SDK is shut down.
     static std::shared_ptr<PeloraSDKManager> shareManager();
 
     // Stores the id on the singleton; requests built afterwards carry it. No validation.
