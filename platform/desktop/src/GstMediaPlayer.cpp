@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -28,6 +29,20 @@ using platform::TimeControlStatus;
 using platform::VideoFrame;
 
 constexpr int32_t kNanos = 1000000000;
+
+// How long a loading pipeline may go without a word on its bus before the load is given up.
+// decodebin drops an error that a demuxer raises while it is still being started (a corrupt
+// file can do this), leaving the pipeline waiting for its first frame for ever; a local file
+// that says nothing for this long is stuck, and a remote one has outlived its source's own
+// time-out (15 s).
+constexpr double kLocalStallSeconds = 5;
+constexpr double kRemoteStallSeconds = 20;
+
+int64_t steadyNanos() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 bool initGStreamer() {
     static std::once_flag once;
@@ -230,6 +245,8 @@ struct Shared {
     // The audio branch's volume, once the stream turned out to have audio (under `mutex`).
     GstElement* volume = nullptr;
     bool muted = false;
+    // When the bus last carried a message (steady clock, nanoseconds).
+    std::atomic<int64_t> lastActivity{0};
 };
 
 struct Context {
@@ -368,6 +385,7 @@ class GstPlayer final : public platform::Player, public std::enable_shared_from_
     void onAsyncDone() {
         if (!item_ || prerolled_) return;
         prerolled_ = true;
+        stopStallWatch();
         gint64 duration = -1;
         if (gst_element_query_duration(pipeline_, GST_FORMAT_TIME, &duration) && duration > 0)
             item_->setDuration(MediaTime{duration, kNanos});
@@ -427,6 +445,31 @@ class GstPlayer final : public platform::Player, public std::enable_shared_from_
     void load();
     void teardown();
 
+    // Until the first frame, a pipeline that goes quiet for `limit` seconds fails the item.
+    void watchForStall(double limit, double wait) {
+        std::weak_ptr<GstPlayer> weak = weak_from_this();
+        const uint64_t generation = shared_->generation.load();
+        stallTimer_ = loop_->scheduleTimer(wait, false, [weak, generation, limit](auto&) {
+            auto player = weak.lock();
+            if (!player || player->shared_->generation.load() != generation || player->prerolled_ ||
+                !player->pipeline_)
+                return;
+            const double quiet =
+                static_cast<double>(steadyNanos() - player->shared_->lastActivity.load()) / 1e9;
+            if (quiet < limit) {
+                player->watchForStall(limit, limit - quiet);
+                return;
+            }
+            player->onError(Error{platform::kMediaErrorDomain, platform::MediaError::kDecodeFailed,
+                                  "The video did not start: nothing happened for " +
+                                      std::to_string(static_cast<int>(limit)) + " s"});
+        });
+    }
+    void stopStallWatch() {
+        if (stallTimer_) stallTimer_->invalidate();
+        stallTimer_.reset();
+    }
+
     void applyState() {
         if (!pipeline_ || !prerolled_) return;
         GstState target = rate_ > 0 && !ended_ ? GST_STATE_PLAYING : GST_STATE_PAUSED;
@@ -466,6 +509,7 @@ class GstPlayer final : public platform::Player, public std::enable_shared_from_
     std::shared_ptr<GstItem> item_;
     GstElement* pipeline_ = nullptr;
     GstState current_ = GST_STATE_NULL;
+    std::shared_ptr<platform::Timer> stallTimer_;
     bool prerolled_ = false;
     bool ended_ = false;
     bool buffering_ = false;
@@ -493,6 +537,7 @@ void postToPlayer(const Context& context, F work) {
 GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
     const Received received(data);
     const auto& context = *received;
+    context.shared->lastActivity.store(steadyNanos());
     switch (GST_MESSAGE_TYPE(message)) {
         case GST_MESSAGE_ERROR: {
             GError* error = nullptr;
@@ -735,6 +780,9 @@ void GstPlayer::load() {
     gst_bus_set_sync_handler(bus, onBusMessage, handOver(shared_, generation), deleteContext);
     gst_object_unref(bus);
     pipeline_ = pipeline;
+    shared_->lastActivity.store(steadyNanos());
+    const double stallLimit = item_->admission().remote ? kRemoteStallSeconds : kLocalStallSeconds;
+    watchForStall(stallLimit, stallLimit);
     if (gst_element_set_state(pipeline_, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE) {
         // The error itself arrives through the bus; nothing more to do here.
         platform::log(platform::LogLevel::Debug, "media: could not start " + item_->url());
@@ -744,6 +792,7 @@ void GstPlayer::load() {
 void GstPlayer::teardown() {
     // Reports of the old pipeline that are already queued are dropped by their generation.
     ++shared_->generation;
+    stopStallWatch();
     if (!pipeline_) return;
     GstElement* pipeline = std::exchange(pipeline_, nullptr);
     // Joins GStreamer's threads: nothing calls back into this player afterwards.
