@@ -28,16 +28,7 @@ RecordedRequest record(const platform::HttpRequest& request, const std::string& 
     auto q = target.find('?');
     r.path = target.substr(0, q);
     if (q != std::string::npos) r.query = target.substr(q + 1);
-    size_t start = 0;
-    while (!r.query.empty() && start <= r.query.size()) {
-        size_t end = r.query.find('&', start);
-        if (end == std::string::npos) end = r.query.size();
-        std::string pair = r.query.substr(start, end - start);
-        auto eq = pair.find('=');
-        r.params.emplace(decodeQueryComponent(pair.substr(0, eq)),
-                         eq == std::string::npos ? "" : decodeQueryComponent(pair.substr(eq + 1)));
-        start = end + 1;
-    }
+    r.params = parseQuery(r.query);
     r.headers = request.headers;
     r.body = request.body;
     r.remoteAddress = "127.0.0.1";

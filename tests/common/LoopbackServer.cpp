@@ -3,56 +3,39 @@
 #include <arpa/inet.h>
 #include <httplib.h>
 #include <netinet/in.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <set>
 
 namespace pelora::testing {
 
-namespace {
-
-bool sameText(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-}  // namespace
-
-std::string decodeQueryComponent(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (c == '+') {
-            out.push_back(' ');
-        } else if (c == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 &&
-                   hexValue(text[i + 2]) >= 0) {
-            out.push_back(static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])));
-            i += 2;
-        } else {
-            out.push_back(c);
+std::multimap<std::string, std::string> parseQuery(const std::string& query) {
+    std::multimap<std::string, std::string> params;
+    size_t start = 0;
+    while (start < query.size()) {
+        size_t end = query.find('&', start);
+        if (end == std::string::npos) end = query.size();
+        std::string pair = query.substr(start, end - start);
+        if (!pair.empty()) {
+            size_t eq = pair.find('=');
+            params.emplace(httplib::detail::decode_url(pair.substr(0, eq), true),
+                           eq == std::string::npos
+                               ? std::string()
+                               : httplib::detail::decode_url(pair.substr(eq + 1), true));
         }
+        start = end + 1;
     }
-    return out;
+    return params;
 }
 
 std::optional<std::string> RecordedRequest::header(const std::string& name) const {
     for (const auto& [key, value] : headers) {
-        if (sameText(key, name)) return value;
+        if (strcasecmp(key.c_str(), name.c_str()) == 0) return value;
     }
     return std::nullopt;
 }
@@ -109,21 +92,7 @@ struct LoopbackServer::Impl {
         if (auto q = req.target.find('?'); q != std::string::npos) {
             rec.query = req.target.substr(q + 1);
         }
-        size_t start = 0;
-        while (start < rec.query.size()) {
-            size_t end = rec.query.find('&', start);
-            if (end == std::string::npos) end = rec.query.size();
-            std::string pair = rec.query.substr(start, end - start);
-            if (!pair.empty()) {
-                size_t eq = pair.find('=');
-                std::string key = decodeQueryComponent(pair.substr(0, eq));
-                std::string value = eq == std::string::npos
-                                        ? std::string()
-                                        : decodeQueryComponent(pair.substr(eq + 1));
-                rec.params.emplace(std::move(key), std::move(value));
-            }
-            start = end + 1;
-        }
+        rec.params = parseQuery(rec.query);
         for (const auto& [k, v] : req.headers) rec.headers.emplace_back(k, v);
         rec.body = req.body;
         rec.remoteAddress = req.remote_addr;

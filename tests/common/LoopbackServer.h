@@ -116,7 +116,8 @@ struct TestTls {
     static std::string keyFile();
 };
 
-// Percent-decodes a query component ('+' is a space).
-std::string decodeQueryComponent(const std::string& text);
+// A query's parameters, percent-decoded ('+' is a space), in order; a key without '=' has an
+// empty value.
+std::multimap<std::string, std::string> parseQuery(const std::string& query);
 
 }  // namespace pelora::testing

@@ -23,6 +23,10 @@ class TimerQueue::Entry final : public Timer {
 std::shared_ptr<Timer> TimerQueue::schedule(double now, double interval, bool repeats,
                                             std::function<void(Timer&)> fire) {
     std::lock_guard lock(mutex_);
+    // Invalidated timers go here as well as when timers fire: a loop whose timers are all
+    // cancelled before they are due would otherwise keep every one of them (and what their
+    // closures hold) until some timer fires.
+    std::erase_if(timers_, [](const auto& t) { return !t->valid; });
     auto timer =
         std::make_shared<Entry>(now + interval, interval, repeats, sequence_++, std::move(fire));
     timers_.push_back(timer);
