@@ -60,6 +60,11 @@ TEST_F(BundleTest, FoundInTheMainBundleRetriedWhileMissingThenKept) {
     EXPECT_FALSE(PeloraTool::apiBundle());
     EXPECT_FALSE(PeloraTool::imageWithName("bu_play"));
     EXPECT_FALSE(PeloraTool::loadNib("PeloraSplashAdView"));
+    // A file named like the bundle is not a bundle.
+    fs::create_directories(bundle.parent_path());
+    std::ofstream(bundle) << "not a directory";
+    EXPECT_FALSE(PeloraTool::apiBundle());
+    fs::remove(bundle);
 
     put("a.png", pngOfWidth(1));
     auto found = PeloraTool::apiBundle();
@@ -92,12 +97,6 @@ TEST_F(BundleTest, WhereTheHostPointsWinsAndIsTheOnlyPlaceLooked) {
     found = PeloraTool::apiBundle();
     ASSERT_TRUE(found);
     EXPECT_EQ(fs::path(found->bundlePath), bundle);
-}
-
-TEST_F(BundleTest, AFileNamedLikeTheBundleIsNotABundle) {
-    fs::create_directories(bundle.parent_path());
-    std::ofstream(bundle) << "not a directory";
-    EXPECT_FALSE(PeloraTool::apiBundle());
 }
 
 // The screen's scale first, then the larger, then the nearest smaller variant; a name with an

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -23,16 +21,12 @@ struct Sample {
     int64_t i64 = 7;
     int32_t i32 = 0;
     int8_t i8 = 0;
-    uint16_t u16 = 0;
     bool flag = false;
     double real = 0;
-    float single = 0;
     std::optional<std::string> text = std::string("initial");
     std::optional<std::vector<std::string>> words;
     std::shared_ptr<Child> child;
     std::optional<std::vector<std::shared_ptr<Child>>> children;
-    std::optional<std::map<std::string, std::shared_ptr<Child>>> byName;
-    std::optional<nlohmann::json> extra;
     std::optional<PeloraYYDate> when;
     std::optional<PeloraYYNumber> number = PeloraYYNumber{PeloraYYNumber::Int, 3, 0, 0.0};
     std::optional<std::string> deep;
@@ -49,8 +43,8 @@ struct Sample {
     static PeloraYYModelSchema plyy_schema() {
         using T = Sample;
         return plyy_makeSchema<T>(
-            {PLYY_PROPERTIES(T, i64, i32, i8, u16, flag, real, single, text, words, child, children,
-                             byName, extra, when, number, deep, either, first, second)});
+            {PLYY_PROPERTIES(T, i64, i32, i8, flag, real, text, words, child, children, when,
+                             number, deep, either, first, second)});
     }
 };
 
@@ -69,25 +63,17 @@ std::shared_ptr<Sample> mapBoth(const std::string& json) {
 // "<property> <JSON value> -> <what the record writes back for it>", read from {"<property>":
 // <value>} on both routes. Words and text become numbers by their leading digits; numbers
 // narrow like ordinary conversions, and infinite ones give 0; wrong kinds keep text as it was;
-// a number object keeps the kind the answer gave, and null, the null words and the other kinds
-// clear it.
+// a number object keeps the kind the answer gave, and null and the null words clear it.
 const std::string kCoercions =
     "i64 \"yes\" -> 1 | i64 \"No\" -> 0 | i64 \"TRUE\" -> 1 | i64 \"<null>\" -> 0 | "
     "i64 \"(null)\" -> 0 | i64 \"12abc\" -> 12 | i64 \"  -42x\" -> -42 | i64 \"abc\" -> 0 | "
     "i64 \"3.9\" -> 3 | i64 \"1e400.0\" -> 0 | i64 \"YES \" -> 0 | i64 \"yEs\" -> 0 | "
     "i64 true -> 1 | i64 false -> 0 | i64 null -> 0 | i64 {} -> 0 | i64 [1] -> 0 | "
     "i64 -5 -> -5 | i64 2.7 -> 2 | i64 1e300 -> 9223372036854775807 | i32 4294967297 -> 1 | "
-    "i8 \"300\" -> 44 | u16 -1 -> 65535 | flag \"yes\" -> true | real \"2.5\" -> 2.5 | "
-    "real \"1e400.0\" -> 0.0 | single 1e300 -> 0.0 | text 12 -> \"12\" | "
-    "text 1.5 -> \"1.5\" | text null -> absent | text {\"a\":1} -> \"initial\" | "
-    "number 42 -> 42 | number 18446744073709551615 -> 18446744073709551615 | "
-    "number -9223372036854775808 -> -9223372036854775808 | "
-    "number 9007199254740993 -> 9007199254740993 | number 2.0 -> 2.0 | number 0.1 -> 0.1 | "
-    "number 1e300 -> 1e+300 | "
-    "number 123456789012345678901234567890 -> 1.2345678901234568e+29 | number true -> 1 | "
-    "number \"3.25\" -> 3.25 | number \"99999999999999999999\" -> 9223372036854775807 | "
-    "number \"<null>\" -> absent | number \"1e400.0\" -> absent | number null -> absent | "
-    "number {\"n\":1} -> absent | number [1] -> absent";
+    "i8 \"300\" -> 44 | flag \"yes\" -> true | real \"2.5\" -> 2.5 | real \"1e400.0\" -> 0.0 | "
+    "text 12 -> \"12\" | text 1.5 -> \"1.5\" | text null -> absent | "
+    "text {\"a\":1} -> \"initial\" | number 18446744073709551615 -> 18446744073709551615 | "
+    "number 2.0 -> 2.0 | number \"<null>\" -> absent | number null -> absent";
 
 TEST(ModelMappingValues, CoercionsOnBothRoutes) {
     std::istringstream cases(kCoercions);
@@ -107,55 +93,40 @@ TEST(ModelMappingValues, CoercionsOnBothRoutes) {
     auto untouched = mapBoth(R"({"unknown":1,"another":[1,2]})");
     ASSERT_NE(untouched, nullptr);
     EXPECT_EQ(plyy_modelToJSONObject(*untouched), plyy_modelToJSONObject(Sample()));
-    // Every spelling the words have: true and false give 1 and 0, the null words no number.
-    auto word = [](const std::string& w) {
-        const auto n = plyy_numberFromText(w);
-        return n.kind == PeloraYYNumber::Int ? std::to_string(n.i)
-                                             : "kind " + std::to_string(n.kind);
-    };
-    for (const char* w : {"TRUE", "True", "true", "YES", "Yes", "yes"}) EXPECT_EQ(word(w), "1");
-    for (const char* w : {"FALSE", "False", "false", "NO", "No", "no"}) EXPECT_EQ(word(w), "0");
-    for (const char* w : {"NIL", "Nil", "nil", "NULL", "Null", "null", "(NULL)", "(Null)", "(null)",
-                          "<NULL>", "<Null>", "<null>"})
-        EXPECT_EQ(word(w), "kind 0") << w;
 }
 
+// "a..b" is the path a -> b; of candidate keys the first present wins; two properties may
+// share a key; an intermediate value that is not a dictionary makes a path absent. Many keys
+// in the input take the property-driven walk, with the same answer.
 TEST(ModelMappingKeys, KeyPathsCandidatesAndSharedKeys) {
-    auto s = mapBoth(R"({"a":{"b":"deep value"},"alt":"from alt","shared":"both"})");
-    ASSERT_NE(s, nullptr);
-    EXPECT_EQ(s->deep, "deep value");  // "a..b" is the path a -> b
-    EXPECT_EQ(s->either, "from alt");
-    EXPECT_EQ(s->first, "both");
-    EXPECT_EQ(s->second, "both");
-    // The first candidate present wins; an intermediate non-dictionary means absent.
-    auto t = mapBoth(R"({"x":{"y":"from path"},"alt":"from alt","a":"not a dictionary"})");
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(t->either, "from path");
-    EXPECT_EQ(t->deep, std::nullopt);
-    // Many keys in the input take the property-driven walk; the answer is the same.
-    std::string wide = R"({"alt":"w","shared":"s")";
+    std::string wide;
     for (int i = 0; i < 40; ++i) wide += ",\"k" + std::to_string(i) + "\":" + std::to_string(i);
-    auto w = mapBoth(wide + "}");
-    ASSERT_NE(w, nullptr);
-    EXPECT_EQ(w->either, "w");
-    EXPECT_EQ(w->first, "s");
-    EXPECT_EQ(w->second, "s");
+    // {input, "deep|either|first|second"}
+    const std::pair<std::string, std::string> cases[] = {
+        {R"({"a":{"b":"d"},"x":{"y":"path"},"alt":"alt","shared":"s")", "d|path|s|s"},
+        {R"({"a":"not a dictionary","alt":"alt")", "-|alt|-|-"}};
+    for (const auto& [input, expected] : cases) {
+        for (const std::string& more : {std::string(), wide}) {
+            auto s = mapBoth(input + more + "}");
+            ASSERT_NE(s, nullptr) << input;
+            EXPECT_EQ(s->deep.value_or("-") + "|" + s->either.value_or("-") + "|" +
+                          s->first.value_or("-") + "|" + s->second.value_or("-"),
+                      expected)
+                << input << (more.empty() ? "" : " (looked up)");
+        }
+    }
 }
 
 TEST(ModelMappingContainers, ElementClassesAndDrops) {
     auto s = mapBoth(R"({"words":["a",1,null,"b",{}],
                          "children":[{"name":"one","rank":"2"},5,"x",{"name":"two"}],
-                         "child":{"name":"solo"},
-                         "byName":{"k":{"rank":3},"skip":4},
-                         "extra":{"free":[1,{"form":true}]}})");
+                         "child":{"name":"solo"}})");
     ASSERT_NE(s, nullptr);  // elements of the wrong kind are dropped
     const nlohmann::json out = plyy_modelToJSONObject(*s);
     EXPECT_EQ(out["words"], nlohmann::json::parse(R"(["a","b"])"));
     EXPECT_EQ(out["children"],
               nlohmann::json::parse(R"([{"name":"one","rank":2},{"name":"two","rank":0}])"));
     EXPECT_EQ(out["child"], nlohmann::json::parse(R"({"name":"solo","rank":0})"));
-    EXPECT_EQ(out["byName"], nlohmann::json::parse(R"({"k":{"rank":3}})"));
-    EXPECT_EQ(out["extra"], nlohmann::json::parse(R"({"free":[1,{"form":true}]})"));
     auto cleared = plyy_modelWithJSON<Sample>(R"({"children":null,"child":null,"words":"no"})");
     ASSERT_NE(cleared, nullptr);
     EXPECT_FALSE(cleared->children);
@@ -163,29 +134,26 @@ TEST(ModelMappingContainers, ElementClassesAndDrops) {
     EXPECT_FALSE(cleared->words);  // text is the wrong kind for a list: unchanged (absent)
 }
 
+// The format is chosen by the text's length; no record of the SDK has a date, so one row per
+// format is enough.
 TEST(ModelMappingDates, FormatsByLength) {
     using namespace std::chrono;
     const PeloraYYDate day = sys_days(year(2021) / 3 / 4);
     const PeloraYYDate base = day + hours(5) + minutes(6) + seconds(7);
     const std::pair<const char*, std::optional<PeloraYYDate>> cases[] = {
         {"2021-03-04", day},
-        {"2021-03-04T05:06:07", base},
         {"2021-03-04 05:06:07", base},
         {"2021-03-04T05:06:07.250", base + milliseconds(250)},
-        {"2021-03-04T05:06:07Z", base},
         {"2021-03-04T05:06:07+0100", base - hours(1)},
         {"2021-03-04T05:06:07.250Z", base + milliseconds(250)},
-        {"2021-03-04T05:06:07+01:00", base - hours(1)},
         {"2021-03-04T05:06:07.000-0200", base + hours(2)},
         {"Thu Mar 04 05:06:07 +0000 2021", base},
-        {"Thu Mar 04 05:06:07.500 +0000 2021", base + milliseconds(500)},
         {"2021-03-04T05:06", std::nullopt},
         {"2021-02-30", std::nullopt}};
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(plyy_dateFromString(text), expected) << text;
-    auto s = mapBoth(R"({"when":"2021-03-04 05:06:07"})");
+    auto s = mapBoth(R"({"when":"2021-03-04T05:06:07"})");
     ASSERT_NE(s, nullptr);
-    EXPECT_EQ(s->when, base);
     EXPECT_EQ(plyy_modelToJSONObject(*s)["when"], "2021-03-04T05:06:07+0000");
 }
 
@@ -194,14 +162,11 @@ TEST(ModelMappingWriting, WhatIsWrittenBack) {
     s.text.reset();
     s.deep = "d";
     s.either = "e";
-    s.child = std::make_shared<Child>();
     s.children = std::vector<std::shared_ptr<Child>>{std::make_shared<Child>()};
-    s.flag = true;
     // Absent text writes no key, a key path nested dictionaries, a candidate list its first key.
     const nlohmann::json out = plyy_modelToJSONObject(s);
-    EXPECT_EQ(out,
-              nlohmann::json::parse(R"({"a":{"b":"d"},"child":{"rank":0},"children":[{"rank":0}],
-        "flag":true,"i32":0,"i64":7,"i8":0,"number":3,"real":0.0,"single":0.0,"u16":0,"x":{"y":"e"}})"));
+    EXPECT_EQ(out, nlohmann::json::parse(R"({"a":{"b":"d"},"children":[{"rank":0}],"flag":false,
+        "i32":0,"i64":7,"i8":0,"number":3,"real":0.0,"x":{"y":"e"}})"));
     // Records with key paths are written as bytes through their dictionary, and have no values
     // to visit one by one.
     EXPECT_EQ(plyy_modelToJSONData(s), plyyImpl_dumpJSON(out));
@@ -236,15 +201,13 @@ TEST(ModelMappingHooks, TransformsAndLists) {
     EXPECT_EQ(wrapped->name, "inner");
     EXPECT_EQ(wrapped->hidden, std::nullopt);  // blacklisted
     EXPECT_EQ(plyy_modelWithJSON<Hooked>(R"({"wrap":[1]})"), nullptr);
-    EXPECT_EQ(plyy_modelWithJSON<Hooked>(R"({"name":"x","reject":1})"), nullptr);
 
     Hooked h;
-    h.name = "n";
     EXPECT_EQ(plyy_modelToJSONObject(h)["written"], true);
     h.refuse = true;
-    EXPECT_TRUE(plyy_modelToJSONObject(h).is_null());
     EXPECT_EQ(plyy_modelToJSONData(h), std::nullopt);
 
+    // Lists and dictionaries of records skip what does not map, a refused record included.
     auto list = plyy_modelArrayWithClass<Hooked>(std::string(R"([{"name":"a"},3,{"reject":1}])"));
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(list[0]->name, "a");
@@ -253,23 +216,20 @@ TEST(ModelMappingHooks, TransformsAndLists) {
     EXPECT_EQ(map["k"]->count, 5);
 }
 
+// Only an object yields a record, with a reason otherwise; an existing record is filled
+// without losing what the input does not name.
 TEST(ModelMappingIntake, OnlyObjectsYieldRecords) {
     std::string why;
     EXPECT_EQ(plyy_modelWithJSON<Child>(std::string("[{\"name\":\"a\"}]"), &why), nullptr);
     EXPECT_FALSE(why.empty());
-    EXPECT_EQ(plyy_modelWithJSON<Child>(std::string("{\"name\":"), &why), nullptr);
     EXPECT_EQ(plyy_modelWithJSON<Child>(nlohmann::json(3)), nullptr);
     EXPECT_EQ(plyy_modelWithJSON<Child>(static_cast<const char*>(nullptr)), nullptr);
-    auto fromText = plyy_modelWithJSON<Child>(nlohmann::json("{\"name\":\"t\"}"));
-    ASSERT_NE(fromText, nullptr);
-    EXPECT_EQ(fromText->name, "t");
 
     Child existing;
     existing.rank = 9;
     EXPECT_TRUE(plyy_modelSetWithJSON(existing, std::string(R"({"name":"set"})")));
     EXPECT_EQ(existing.name, "set");
     EXPECT_EQ(existing.rank, 9);
-    EXPECT_FALSE(plyy_modelSetWithDictionary(existing, nlohmann::json()));
 }
 
 struct Node {
@@ -300,36 +260,25 @@ TEST(ModelMappingIntake, DeepNestingIsRefusedWithAReason) {
 
 // ---- the direct byte writer and the value visitor against the dictionary ---------------------
 
+// The kinds the request records hold.
 struct Flat {
     bool flag = false;
-    int8_t i8 = 0;
-    uint32_t u32 = 0;
     int64_t i64 = 0;
-    uint64_t u64 = 0;
-    float single = 0;
     double real = 0;
     std::optional<std::string> text;
     std::optional<std::string> first;
     std::optional<std::string> second;
     std::optional<std::vector<std::string>> words;
-    std::optional<nlohmann::json> extra;
-    std::optional<PeloraYYDate> when;
-    std::optional<PeloraYYNumber> number;
     std::shared_ptr<Child> child;
-    std::shared_ptr<Hooked> hooked;  // written through its dictionary (write hook)
     std::optional<std::vector<std::shared_ptr<Flat>>> nested;
-    std::optional<std::map<std::string, std::shared_ptr<Child>>> byName;
 
     static std::map<std::string, PeloraYYKeyMapping> modelCustomPropertyMapper() {
-        return {{"first", std::string("shared")},
-                {"second", std::string("shared")},
-                {"words", std::vector<std::string>{"Words", "w"}}};
+        return {{"first", std::string("shared")}, {"second", std::string("shared")}};
     }
     static PeloraYYModelSchema plyy_schema() {
         using T = Flat;
         return plyy_makeSchema<T>(
-            {PLYY_PROPERTIES(T, text, flag, i8, u32, i64, u64, single, real, second, first, words,
-                             extra, when, number, child, hooked, nested, byName)});
+            {PLYY_PROPERTIES(T, text, flag, i64, real, second, first, words, child, nested)});
     }
 };
 
@@ -365,32 +314,16 @@ struct Generator {
     std::shared_ptr<Flat> flat(int depth) {
         auto f = std::make_shared<Flat>();
         f->flag = chance(50);
-        f->i8 = static_cast<int8_t>(next());
-        f->u32 = next() * 977u;
         f->i64 = chance(20) ? INT64_MIN : static_cast<int64_t>(next()) - (1 << 23);
-        f->u64 = chance(20) ? UINT64_MAX : next();
-        f->single = static_cast<float>(real());
         f->real = real();
         f->text = maybeText();
         f->first = maybeText();
         f->second = maybeText();
         if (chance(60)) f->words = std::vector<std::string>{text(), text()};
-        if (chance(40))
-            f->extra = chance(20) ? nlohmann::json()
-                                  : nlohmann::json{{"k", text()}, {"n", real()}, {"b", true}};
-        if (chance(40)) f->when = PeloraYYDate(std::chrono::seconds(next()));
-        if (chance(60))
-            f->number = PeloraYYNumber{static_cast<PeloraYYNumber::Kind>(next() % 3 + 1),
-                                       -static_cast<int64_t>(next()), UINT64_MAX - next(), real()};
         if (chance(50)) f->child = std::make_shared<Child>(Child{maybeText(), 0});
-        if (chance(30))
-            f->hooked = std::make_shared<Hooked>(Hooked{maybeText(), std::nullopt, 0, chance(50)});
         if (depth < 2 && chance(50))
             f->nested =
                 std::vector<std::shared_ptr<Flat>>{flat(depth + 1), nullptr, flat(depth + 1)};
-        if (chance(40))
-            f->byName = std::map<std::string, std::shared_ptr<Child>>{
-                {text(), std::make_shared<Child>()}, {"z", nullptr}};
         return f;
     }
 };
@@ -411,47 +344,17 @@ TEST(ModelMappingWriting, BytesAndVisitedValuesAreTheDictionarys) {
         ASSERT_TRUE(plyy_modelVisitValues(*f, [&](std::string_view key, const PeloraYYValueRef& v) {
             order.emplace_back(key);
             using T = PeloraYYEncodingType;
-            visited[std::string(key)] =
-                v.text                                  ? nlohmann::json(*v.text)
-                : v.type == T::Bool                     ? nlohmann::json(v.number.i != 0)
-                : v.type > T::Double                    ? v.other
-                : v.number.kind == PeloraYYNumber::Int  ? nlohmann::json(v.number.i)
-                : v.number.kind == PeloraYYNumber::UInt ? nlohmann::json(v.number.u)
-                                                        : nlohmann::json(v.number.d);
+            visited[std::string(key)] = v.text               ? nlohmann::json(*v.text)
+                                        : v.type == T::Bool  ? nlohmann::json(v.number.i != 0)
+                                        : v.type > T::Double ? v.other
+                                        : v.number.kind == PeloraYYNumber::Int
+                                            ? nlohmann::json(v.number.i)
+                                            : nlohmann::json(v.number.d);
         }));
         ASSERT_EQ(plyyImpl_dumpJSON(visited), plyyImpl_dumpJSON(dictionary));
         for (const auto& item : dictionary.items()) dictionaryOrder.push_back(item.key());
         ASSERT_EQ(order, dictionaryOrder);
     }
-}
-
-// The JSON parsing test suite: every well-formed text is accepted (a record results exactly
-// when it is an object), every malformed one refused with a reason.
-TEST(ModelMappingCorpus, AcceptsTheWellFormedAndRefusesTheMalformed) {
-    const auto dir =
-        std::filesystem::path(PELORA_SOURCE_DIR) / "tests/data/JSONTestSuite/test_parsing";
-    size_t counts[2] = {0, 0};
-    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-        const std::string name = entry.path().filename().string();
-        const bool good = name.rfind("y_", 0) == 0;
-        if (!good && name.rfind("n_", 0) != 0) continue;
-        SCOPED_TRACE(name);
-        ++counts[good];
-        std::ifstream in(entry.path(), std::ios::binary);
-        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
-        std::string why;
-        const auto record = plyy_modelWithJSON<Child>(bytes, &why);
-        EXPECT_EQ(plyy_isValidJSON(bytes), good) << why;
-        if (good) {
-            EXPECT_EQ(record != nullptr, nlohmann::json::parse(bytes, nullptr, false).is_object());
-        } else {
-            EXPECT_EQ(record, nullptr);
-            EXPECT_FALSE(why.empty());
-            EXPECT_TRUE(plyy_modelArrayWithClass<Child>(bytes).empty());
-        }
-    }
-    EXPECT_GT(counts[1], 90u);
-    EXPECT_GT(counts[0], 150u);
 }
 
 }  // namespace
