@@ -87,8 +87,6 @@ TEST(Reachability, StatusAndTextFollowTheFlagsTheSystemAndTheRadio) {
         {R | CR | Flags::kConnectionOnDemand | Flags::kInterventionRequired, {}, kNone},
         {R | Flags::kInterventionRequired, {}, "wifi"},
         // Without the reachable bit nothing else counts.
-        {0, "LTE", kNone},
-        {Flags::kIsWWAN, "LTE", kNone},
         {~R, "LTE", kNone},
         // Cellular: the generation comes from the radio; a required connection is not looked at.
         {W, "LTE", "4g"},
@@ -96,7 +94,6 @@ TEST(Reachability, StatusAndTextFollowTheFlagsTheSystemAndTheRadio) {
         {W, "NR", kUnknown},
         {W, {}, kUnknown},
         // Systems before 7 report no radio.
-        {W, "LTE", kUnknown, "6.1"},
         {W, "LTE", kUnknown, "6.9.9"},
         {W, "LTE", "4g", "7.0"},
         {W, "LTE", kUnknown, "garbage"},
