@@ -37,17 +37,15 @@ TEST_F(Cli, RequestShowsTheSlotsRequestWithoutSending) {
     const std::string url = j["url"];
     EXPECT_NE(url.find("/api/v1/advert/fetch?appId=app%201&"), std::string::npos) << url;
     EXPECT_EQ(j["body"]["appInfo"]["appId"], "app 1");
+    const std::string accepted = R"("acceptedCreativeTypes":2,"acceptedInteractionType":1,)";
     for (auto [args, slot] :
          {std::pair{"native --slot S-1 --width 600 --height 300",
-                    R"({"slotId":"S-1","adType":5,"position":3,"width":600,"height":300})"},
-          {"splash --slot S",
-           R"({"slotId":"S","adType":0,"position":5,"width":750,"height":1334})"},
+                    R"("adType":5,"height":300,"position":3,"slotId":"S-1","width":600})"},
+          {"splash --slot S", R"("adType":0,"height":1334,"position":5,"slotId":"S","width":750})"},
           {"reward --slot S",
-           R"({"slotId":"S","adType":4,"position":5,"width":750,"height":1334})"}}) {
+           R"("adType":4,"height":1334,"position":5,"slotId":"S","width":750})"}}) {
         auto body = runLine(std::string("request --kind ") + args).json()["body"];
-        const json expected = json::parse(slot);
-        for (const auto& [key, value] : expected.items())
-            EXPECT_EQ(body["slot"][key], value) << args << " " << key;
+        EXPECT_EQ(body["slot"].dump(), "{" + accepted + slot) << args;
         EXPECT_EQ(body["appInfo"].contains("appId"), false) << args;
     }
 }
@@ -118,6 +116,8 @@ TEST_F(Cli, TextCommandsPrintJson) {
     }
 }
 
+// The answer as the SDK maps it (its keys and coercions are RecordsTest's), with the tracking
+// instructions beside each ad, from a file or standard input.
 TEST_F(Cli, MapPrintsTheMappedAnswerOrSaysWhyNot) {
     const auto file = std::filesystem::temp_directory_path() /
                       ("pelora-cli-map-" + std::to_string(::getpid()) + ".json");
@@ -125,21 +125,13 @@ TEST_F(Cli, MapPrintsTheMappedAnswerOrSaysWhyNot) {
     auto fromFile = run({"map", file.string()});
     std::filesystem::remove(file);
     ASSERT_EQ(fromFile.status, 0) << fromFile.err;
-    const auto out = fromFile.json();
-    ASSERT_EQ(out["data"]["ads"].size(), 3u);
-    EXPECT_EQ(out["data"]["ads"][0]["trackUrls"], json::array());
-    EXPECT_EQ(out["data"]["ads"][0]["adTrackVO"].size(), 13u);
-    EXPECT_EQ(out["code"], 0);
-    // Standard input, coercions applied, unknown keys gone, absent text left out.
-    auto piped =
-        run({"map", "-"}, R"({"code":"5","extra":1,"data":{"ads":[{"adId":7,"icons":[1]}]}})");
-    ASSERT_EQ(piped.status, 0) << piped.err;
-    const auto ad = piped.json()["data"]["ads"][0];
-    EXPECT_EQ(ad["adId"], "7");
-    EXPECT_EQ(ad["icons"], json::array());
-    EXPECT_FALSE(ad.contains("title"));
-    EXPECT_FALSE(piped.json().contains("extra"));
-    EXPECT_EQ(piped.json()["code"], 5);
+    ASSERT_EQ(fromFile.json()["data"]["ads"].size(), 3u);
+    EXPECT_EQ(fromFile.json()["data"]["ads"][0]["adTrackVO"].size(), 13u);
+    auto piped = run({"map", "-"}, R"({"code":"5","extra":1,"data":{"ads":[{"adId":7}]}})");
+    EXPECT_EQ(piped.status, 0) << piped.err;
+    EXPECT_EQ(piped.out, R"({"code":5,"data":{"ads":[{"adId":"7","creativeType":0,)"
+                         R"("interactionType":0,"trackUrls":[]}]}})"
+                         "\n");
 
     for (auto [input, why] :
          {std::pair{"[{\"code\":0}]", "not an object"}, std::pair{"{\"code\":", "JSON"}}) {
@@ -154,22 +146,16 @@ TEST_F(Cli, MapPrintsTheMappedAnswerOrSaysWhyNot) {
 TEST_F(Cli, FetchSendsToTheGivenServerAndPrintsTheResult) {
     LoopbackServer server;
     server.on("/api/v1/advert/fetch",
-              LoopbackResponse::json(
-                  R"({"code":0,"data":{"reqId":"R","ads":[{"adId":"a1","title":"T"}]}})"));
+              LoopbackResponse::json(R"({"code":0,"data":{"reqId":"R","ads":[{"adId":"a1"}]}})"));
     auto r = runLine("fetch --kind native --slot N --width 300 --height 250 --base-url " +
                      server.baseUrl());
     ASSERT_EQ(r.status, 0) << r.err;
-    auto j = r.json();
-    EXPECT_EQ(j["code"], 0);
-    EXPECT_TRUE(j["message"].is_null());
-    ASSERT_EQ(j["payload"]["ads"].size(), 1u);
-    EXPECT_EQ(j["payload"]["ads"][0]["adId"], "a1");
+    EXPECT_EQ(r.json(), json::parse(R"({"code":0,"message":null,"payload":{"reqId":"R","ads":[)"
+                                    R"({"adId":"a1","creativeType":0,"interactionType":0,)"
+                                    R"("trackUrls":[]}]}})"));
     auto got = server.requestsTo("/api/v1/advert/fetch");
     ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].method, "POST");
-    auto body = json::parse(got[0].body);
-    EXPECT_EQ(body["slot"]["slotId"], "N");
-    EXPECT_EQ(body["slot"]["width"], 300);
+    EXPECT_EQ(json::parse(got[0].body)["slot"]["width"], 300);
 
     // An answer without a payload: JSON on stdout all the same, and exit 1. (Transport errors
     // and their codes are the core and platform tests'.)

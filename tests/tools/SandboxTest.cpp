@@ -12,12 +12,11 @@
 #include <functional>
 #include <mutex>
 #include <nlohmann/json.hpp>
-#include <set>
+#include <regex>
 #include <thread>
 
 #include "Inspector.h"
 #include "pelora/sandbox/Sandbox.h"
-#include "track/PeloraTrackReplace.h"
 
 namespace {
 
@@ -34,18 +33,32 @@ httplib::Client clientOf(const Sandbox& sandbox, int readTimeoutSeconds = 10) {
     return c;
 }
 
-// Fills a tracking URL the way the SDK does for an event of `type`: its macro record with the
-// time, the sizes, the touch point of a click and the video's time and scene.
-std::string fill(const std::string& url, int type) {
-    PeloraTrackReplace r;
-    r.__TS__ = r.__EVENT_TIME_START__ = r.__EVENT_TIME_END__ = 1700000000123;
-    r.__WIDTH__ = r.__HEIGHT__ = r.__REQ_WIDTH__ = r.__REQ_HEIGHT__ = 320;
-    if (type == 2) r.__DOWN_X__ = r.__DOWN_Y__ = r.__UP_X__ = r.__UP_Y__ = 12;
-    if (type == 2) r.__OFFSET_X__ = r.__OFFSET_Y__ = 12;
-    r.__VIDEO_TIME__ = 10;
-    r.__VIDEO_SCENE__ = 3;
-    if (type == 35) r.__VIDEO_END_TIME__ = 10;
-    return r.replacedString(url);
+// A tracking URL with every macro filled, as a client that had a value for each would send it.
+std::string fillAll(const std::string& url) {
+    return std::regex_replace(url, std::regex("__[A-Z_]+__"), "1");
+}
+
+// The inspector's record, as the page's export button downloads it.
+json exported(const Sandbox& sandbox) {
+    auto res = clientOf(sandbox).Get("/sandbox/inspector/export");
+    EXPECT_TRUE(res);
+    EXPECT_EQ(res->get_header_value("Content-Disposition"),
+              "attachment; filename=\"pelora-sandbox-record.json\"");
+    return json::parse(res->body);
+}
+
+// "<adId> <event>: <flag codes>" for every beacon with a flag.
+Texts flagged(const Sandbox& sandbox) {
+    Texts out;
+    const json record = exported(sandbox);
+    for (const auto& b : record["beacons"]) {
+        std::string codes;
+        for (const auto& f : b["flags"]) codes += " " + f["code"].get<std::string>();
+        if (!codes.empty())
+            out.push_back(b["adId"].get<std::string>() + " " + b["event"].get<std::string>() + ":" +
+                          codes);
+    }
+    return out;
 }
 
 class SandboxTest : public ::testing::Test {
@@ -82,61 +95,8 @@ class SandboxTest : public ::testing::Test {
         EXPECT_EQ(res->status, 204) << path;
     }
 
-    json exported() {
-        auto res = client().Get("/sandbox/inspector/export");
-        EXPECT_TRUE(res);
-        EXPECT_EQ(res->get_header_value("Content-Disposition"),
-                  "attachment; filename=\"pelora-sandbox-record.json\"");
-        return json::parse(res->body);
-    }
-
-    // "<adId> <event>: <flag codes>" for every beacon with a flag.
-    Texts flagged() {
-        Texts out;
-        const json record = exported();
-        for (const auto& b : record["beacons"]) {
-            std::string codes;
-            for (const auto& f : b["flags"]) codes += " " + f["code"].get<std::string>();
-            if (!codes.empty())
-                out.push_back(b["adId"].get<std::string>() + " " + b["event"].get<std::string>() +
-                              ":" + codes);
-        }
-        return out;
-    }
-
     Sandbox sandbox;
 };
-
-// The native slot's order and its POST template show in the load and demo tests.
-TEST_F(SandboxTest, AnswersFromTheInventoryAndKeepsTheRequest) {
-    json answer = fetch("splash-demo", "0123456789ABCDEF0123456789ABCDEF");
-    EXPECT_EQ(answer["code"], 0);
-    EXPECT_EQ(answer["data"]["reqId"], "0123456789ABCDEF0123456789ABCDEF");
-    EXPECT_EQ(answer["data"]["provider"], "pelora-sandbox");
-    ASSERT_EQ(answer["data"]["ads"].size(), 1u);
-    const json& ad = answer["data"]["ads"][0];
-    EXPECT_EQ(ad["adId"], "splash-001");
-    EXPECT_EQ(ad["images"][0], sandbox.baseUrl() + "/creatives/splash-demo.png");
-    // Every tracking URL points back at this server and still carries its macros.
-    std::set<int> types;
-    for (const auto& t : ad["trackUrls"]) {
-        types.insert(t["trackType"].get<int>());
-        for (const std::string u : t["urls"]) {
-            EXPECT_EQ(u.rfind(sandbox.baseUrl() + "/track/splash-demo/splash-001/", 0), 0u) << u;
-            EXPECT_NE(u.find("ts=__TS__"), std::string::npos) << u;
-            EXPECT_NE(u.find("rw=__REQ_WIDTH__"), std::string::npos) << u;
-            EXPECT_EQ(u.find("{{"), std::string::npos) << u;
-        }
-    }
-    EXPECT_EQ(types, (std::set<int>{1, 2, 16, 17}));
-    auto fetches = sandbox.fetchRecords();
-    ASSERT_EQ(fetches.size(), 1u);
-    EXPECT_EQ(fetches[0].slotId, "splash-demo");
-    EXPECT_EQ(fetches[0].params.at("sdkV"), "1.0");
-    EXPECT_EQ(fetches[0].contentType, "application/json");
-    EXPECT_EQ(json::parse(fetches[0].body)["slot"]["width"], 750);
-    EXPECT_EQ(fetches[0].status, 200);
-}
 
 TEST_F(SandboxTest, ServesFilesFromTheirFoldersOnly) {
     auto c = client();
@@ -155,15 +115,10 @@ TEST_F(SandboxTest, ServesFilesFromTheirFoldersOnly) {
     }
 }
 
+// Tracking calls and fetches are kept as received (the demo's test shows the calls reaching the
+// observer, and the load and demo tests the inventory's answers), bytes that are not text
+// included, and served as JSON until cleared.
 TEST_F(SandboxTest, RecordsTrackingRequestsAndServesThemAsJson) {
-    // The observer runs on a server thread; the answer reaching the client orders it before the
-    // checks below only through the socket, which ThreadSanitizer cannot see.
-    std::mutex observedMutex;
-    Texts observed;
-    sandbox.setTrackingObserver([&](const pelora::sandbox::TrackingRecord& r) {
-        std::lock_guard lock(observedMutex);
-        observed.push_back(r.adId);
-    });
     auto c = client();
     const std::string get = "/track/splash-demo/splash-001/2?ts=1700000000123&dx=12&dy=-999&w=375";
     const std::string body = "{\"event\":\"impression\",\"w\":320}";
@@ -177,6 +132,12 @@ TEST_F(SandboxTest, RecordsTrackingRequestsAndServesThemAsJson) {
               204);
     EXPECT_EQ(fetch("splash-demo", "%FF")["code"], 0);
     ASSERT_TRUE(sandbox.waitForTrackingRecords(3, std::chrono::seconds(5)));
+    // The fetch is kept too (its body as received is the load test's).
+    const auto fetches = sandbox.fetchRecords();
+    ASSERT_EQ(fetches.size(), 1u);
+    EXPECT_EQ(fetches[0].slotId, "splash-demo");
+    EXPECT_EQ(fetches[0].params.at("sdkV"), "1.0");
+    EXPECT_EQ(fetches[0].status, 200);
 
     auto records = sandbox.trackingRecords();
     ASSERT_EQ(records.size(), 3u);
@@ -184,26 +145,19 @@ TEST_F(SandboxTest, RecordsTrackingRequestsAndServesThemAsJson) {
     EXPECT_EQ(records[0].slot, "splash-demo");
     EXPECT_EQ(records[0].adId, "splash-001");
     EXPECT_EQ(records[0].trackType, 2);
-    EXPECT_EQ(records[0].params.at("ts"), "1700000000123");
-    EXPECT_EQ(records[0].params.at("dy"), "-999");
     EXPECT_EQ(records[0].url, sandbox.baseUrl() + get);
-    EXPECT_EQ(records[1].method, "POST");
     EXPECT_EQ(records[1].contentType, "application/json");
-    EXPECT_EQ(records[1].body, body);
     EXPECT_EQ(records[1].query, "via=post");
-    {
-        std::lock_guard lock(observedMutex);
-        EXPECT_EQ(observed, (Texts{"splash-001", "native-001", "splash-001"}));
-    }
     json list = json::parse(c.Get("/sandbox/records")->body)["records"];
     ASSERT_EQ(list.size(), 3u);
-    EXPECT_EQ(list[0]["params"]["dx"], "12");
+    EXPECT_EQ(list[0]["params"]["dy"], "-999");
+    EXPECT_EQ(list[1]["method"], "POST");
     EXPECT_EQ(list[1]["body"], body);
-    EXPECT_EQ(exported()["beacons"].size(), 3u);
-    EXPECT_EQ(exported()["fetches"].size(), 1u);
+    const json record = exported(sandbox);
+    EXPECT_EQ(record["beacons"].size(), 3u);
+    EXPECT_EQ(record["fetches"].size(), 1u);
 
     EXPECT_EQ(c.Delete("/sandbox/records")->status, 204);
-    EXPECT_TRUE(sandbox.trackingRecords().empty());
     EXPECT_EQ(json::parse(c.Get("/sandbox/records")->body)["records"].size(), 0u);
 }
 
@@ -233,12 +187,13 @@ TEST_F(SandboxTest, FlagsEachFaultOnTheBeaconThatShowsIt) {
     get("/track/splash-demo/ghost-001/1?ts=1");
     get("/track/splash-demo/ghost-001/1?ts=2");
     json reward = ads("reward-demo")[0];
-    get(fill(track(reward, 35), 35));
+    get(fillAll(track(reward, 35)));
     get(track(reward, 34));  // a quartile after completion, with nothing filled at all
-    EXPECT_EQ(flagged(), (Texts{"ghost-001 impression: never-served",
-                                "ghost-001 impression: never-served duplicate",
-                                "reward-001 video 75%: macro-left quartile-after-complete"}));
-    EXPECT_EQ(exported()["beacons"].back()["leftMacros"],
+    EXPECT_EQ(
+        flagged(sandbox),
+        (Texts{"ghost-001 impression: never-served", "ghost-001 impression: never-served duplicate",
+               "reward-001 video 75%: macro-left quartile-after-complete"}));
+    EXPECT_EQ(exported(sandbox)["beacons"].back()["leftMacros"],
               json({"__HEIGHT__", "__REQ_HEIGHT__", "__REQ_WIDTH__", "__TS__", "__VIDEO_BEHAVIOR__",
                     "__VIDEO_PLAY_FIRSR_FRAME__", "__VIDEO_PLAY_LAST_FRAME__",
                     "__VIDEO_PLAY_TYPE__", "__VIDEO_SCENE__", "__VIDEO_START_TIME__",
@@ -269,14 +224,13 @@ class Stream {
     explicit Stream(int port) : client_("127.0.0.1", port) {
         client_.set_read_timeout(30, 0);
         thread_ = std::thread([this] {
-            auto res = client_.Get("/sandbox/inspector/events", [&](const char* data, size_t size) {
+            client_.Get("/sandbox/inspector/events", [&](const char* data, size_t size) {
                 std::lock_guard lock(mutex_);
                 text_.append(data, size);
                 changed_.notify_all();
                 return true;
             });
             std::lock_guard lock(mutex_);
-            status_ = res ? res->status : -1;
             ended_ = true;
             changed_.notify_all();
         });
@@ -284,20 +238,10 @@ class Stream {
     // The feed ends when the server stops; a test that failed before stopping it closes the
     // connection here instead of waiting for the read time-out.
     ~Stream() {
-        bool open = false;
-        {
-            std::lock_guard lock(mutex_);
-            open = !ended_;
-        }
-        if (open) client_.stop();
+        if (!waitForEnd(std::chrono::seconds(0))) client_.stop();
         thread_.join();
     }
-    // True once the stream holds `needle` (or, with an empty needle, has ended; bounded wait).
-    bool waitFor(const std::string& needle) {
-        return waitFor([&](const std::string& text) {
-            return needle.empty() ? ended_ : text.find(needle) != std::string::npos;
-        });
-    }
+    // True once the text so far `holds` (bounded wait; false when the feed ends first).
     bool waitFor(const std::function<bool(const std::string&)>& holds) {
         std::unique_lock lock(mutex_);
         auto seen = [&] { return holds(text_); };
@@ -305,9 +249,13 @@ class Stream {
             return seen() || ended_;
         }) && seen();
     }
-    int status() {
-        std::lock_guard lock(mutex_);
-        return status_;
+    bool waitFor(const std::string& needle) {
+        return waitFor(
+            [&](const std::string& text) { return text.find(needle) != std::string::npos; });
+    }
+    bool waitForEnd(std::chrono::seconds bound = std::chrono::seconds(10)) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, bound, [&] { return ended_; });
     }
 
   private:
@@ -316,18 +264,15 @@ class Stream {
     std::condition_variable changed_;
     std::string text_;
     bool ended_ = false;
-    int status_ = 0;
     std::thread thread_;
 };
 
-// Bytes that are not text (a query escape, a binary body, a request id) reach the page, the
-// export and the records as well.
 // Pages receive a snapshot, then each entry as it comes; more pages than the bound are turned
 // away, the ones open keep no fetch waiting, and stopping ends every feed.
 TEST_F(SandboxTest, PagesGetASnapshotThenEachEntryAndStopNeverWaitsForThem) {
     Stream page(sandbox.port());
     ASSERT_TRUE(page.waitFor("event: snapshot\n"));
-    get(fill(track(ads("splash-demo")[0], 1), 1));
+    get(track(ads("splash-demo")[0], 1));
     for (const char* entry : {"event: fetch\n", "event: ad\n", "\"event\":\"impression\""})
         ASSERT_TRUE(page.waitFor(entry)) << entry;
     ASSERT_TRUE(client().Post("/sandbox/records/clear"));
@@ -344,8 +289,7 @@ TEST_F(SandboxTest, PagesGetASnapshotThenEachEntryAndStopNeverWaitsForThem) {
     EXPECT_EQ(client().Get("/sandbox/inspector/events")->status, 503);
     EXPECT_EQ(ads("native-demo").size(), 5u);
     sandbox.stop();
-    for (Stream* s : {&page, &second, &third, &fourth}) EXPECT_TRUE(s->waitFor(""));
-    EXPECT_EQ(page.status(), 200);
+    for (Stream* s : {&page, &second, &third, &fourth}) EXPECT_TRUE(s->waitForEnd());
 }
 
 // Switching a slot live and back is the page's own test; here, what the control refuses.
@@ -424,14 +368,9 @@ TEST_F(SandboxInventoryTest, CustomInventoryAndCreativesFolder) {
     res = c.Post("/api/v1/advert/fetch", R"({"slot":{"slotId":"twice"}})", "application/json");
     ASSERT_TRUE(res);
     const std::string url = json::parse(res->body)["data"]["ads"][0]["trackUrls"][0]["urls"][0];
-    const std::string path = fill(url.substr(sandbox.baseUrl().size()), 1);
+    const std::string path = fillAll(url.substr(sandbox.baseUrl().size()));
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(c.Get(path.c_str()));
-    json beacons = json::parse(c.Get("/sandbox/inspector/export")->body)["beacons"];
-    ASSERT_EQ(beacons.size(), 3u);
-    EXPECT_TRUE(beacons[0]["flags"].empty());
-    EXPECT_TRUE(beacons[1]["flags"].empty());
-    ASSERT_EQ(beacons[2]["flags"].size(), 1u);
-    EXPECT_EQ(beacons[2]["flags"][0]["code"], "duplicate");
+    EXPECT_EQ(flagged(sandbox), Texts{"a impression: duplicate"});
 
     // A second server cannot take a port that is in use.
     Sandbox second;
