@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
@@ -14,42 +15,24 @@
 
 namespace pelora::testing {
 
-namespace url_corpus_detail {
-inline nlohmann::json readJson(const std::string& name) {
-    std::ifstream in(std::string(PELORA_SOURCE_DIR) + "/tests/data/wpt-url/" + name);
-    return nlohmann::json::parse(in);
-}
-
-}  // namespace url_corpus_detail
-
-// Every distinct URL text of the corpus: inputs, bases and expected results of the parsing
-// cases, the setters' URLs, and the host names of the IDNA cases as web URLs.
+// Every distinct URL text of the corpus: the inputs, bases and results of the parsing and
+// setter cases, at any depth, and the host names of the IDNA cases as web URLs.
 inline std::vector<std::string> corpusUrls() {
     std::set<std::string> urls;
-    auto add = [&](const nlohmann::json& v) {
-        if (v.is_string()) urls.insert(v.get<std::string>());
-    };
-    const nlohmann::json parsing = url_corpus_detail::readJson("urltestdata.json");
-    const nlohmann::json setters = url_corpus_detail::readJson("setters_tests.json");
-    const nlohmann::json idna = url_corpus_detail::readJson("toascii.json");
-    for (const auto& c : parsing) {
-        if (!c.is_object()) continue;
-        add(c.value("input", nlohmann::json()));
-        add(c.value("base", nlohmann::json()));
-        add(c.value("href", nlohmann::json()));
-    }
-    for (const auto& [setter, cases] : setters.items()) {
-        if (!cases.is_array()) continue;
-        for (const auto& c : cases) {
-            if (!c.is_object()) continue;
-            add(c.value("href", nlohmann::json()));
-            if (c.contains("expected") && c["expected"].is_object())
-                add(c["expected"].value("href", nlohmann::json()));
+    std::function<void(const nlohmann::json&, bool)> walk = [&](const nlohmann::json& v,
+                                                                bool hosts) {
+        for (const auto& [key, e] : v.items()) {
+            if (e.is_structured()) {
+                walk(e, hosts);
+            } else if (e.is_string() && (key == "input" || key == "base" || key == "href")) {
+                urls.insert(hosts ? "https://" + e.get<std::string>() + "/x?y"
+                                  : e.get<std::string>());
+            }
         }
-    }
-    for (const auto& c : idna) {
-        if (c.is_object() && c.contains("input"))
-            urls.insert("https://" + c["input"].get<std::string>() + "/x?y");
+    };
+    for (const char* name : {"urltestdata.json", "setters_tests.json", "toascii.json"}) {
+        std::ifstream in(std::string(PELORA_SOURCE_DIR) + "/tests/data/wpt-url/" + name);
+        walk(nlohmann::json::parse(in), name == std::string("toascii.json"));
     }
     return {urls.begin(), urls.end()};
 }

@@ -31,8 +31,17 @@ struct Landing {
         ad->clickAdUrl = url;
         ad->interactionType = interactionType;
         tracker->bindAd(ad, root->view(), {});
+    }
+    // What the system was asked to open, each refused one after a "!".
+    std::string open() {
         tracker->triggerInteraction();
-        tp.pump();
+        tp.settle();
+        std::string opened;
+        for (const auto& r : tp.opener->requests()) {
+            EXPECT_EQ(r.purpose, UrlOpenPurpose::LandingPage) << r.url;
+            opened += (r.refused ? "!" : "") + r.url;
+        }
+        return opened;
     }
     std::shared_ptr<ui::BrowserViewController> page() {
         return std::dynamic_pointer_cast<ui::BrowserViewController>(
@@ -46,18 +55,18 @@ struct Landing {
 // malformed (further "?" dropped, the rest escaped); anything else goes to the system.
 TEST(InteractLandingPage, TypeTwoPresentsTheInAppBrowserOverFullScreen) {
     Landing l(2, "https://land.example/p?q=a b?c=1");
+    EXPECT_EQ(l.open(), "");
     auto page = l.page();
     ASSERT_NE(page, nullptr);
     EXPECT_EQ(page->url(), "https://land.example/p?q=a%20bc=1");
     EXPECT_EQ(page->modalPresentationStyle(), ui::ModalPresentationStyle::OverFullScreen);
     EXPECT_TRUE(page->lastTransitionAnimated());
     EXPECT_EQ(l.window->subviews().back(), page->view());
-    EXPECT_EQ(l.tp.opener->count(), 0u);
 }
 
 TEST(InteractLandingPage, EveryOtherCaseOpensOutsideOrNothing) {
-    // {interaction type, landing page, what the system was asked to open ("!": refused, then
-    // retried once)}
+    // {interaction type, landing page, what the system was asked to open}: a URL the system
+    // refuses is retried once, repaired.
     const std::tuple<int64_t, const char*, const char*> cases[] = {
         {0, "https://land.example/p?x=1", "https://land.example/p?x=1"},
         {1, "https://land.example/p?x=1", "https://land.example/p?x=1"},
@@ -65,51 +74,33 @@ TEST(InteractLandingPage, EveryOtherCaseOpensOutsideOrNothing) {
         {99, "https://land.example/p?x=1", "https://land.example/p?x=1"},
         {1, "market://details?id=com.example.app", "market://details?id=com.example.app"},
         {2, "market://details?id=com.example.app", ""},
-        {1, "javascript:alert(1)", "!javascript:alert(1)!javascript:alert(1)"}};
+        {1, "javascript:alert(1)", "!javascript:alert(1)!javascript:alert(1)"},
+        {1, "https://land.example/p?a=1?b=x y",
+         "!https://land.example/p?a=1?b=x yhttps://land.example/p?a=1b=x%20y"}};
     for (const auto& [type, url, expected] : cases) {
         Landing l(type, url);
+        EXPECT_EQ(l.open(), expected) << type << " " << url;
         EXPECT_EQ(l.page(), nullptr) << url;
-        std::string opened;
-        for (const auto& r : l.tp.opener->requests()) opened += (r.refused ? "!" : "") + r.url;
-        EXPECT_EQ(opened, expected) << type << " " << url;
-        for (const auto& r : l.tp.opener->requests())
-            EXPECT_EQ(r.purpose, UrlOpenPurpose::LandingPage);
     }
 }
 
 TEST(InteractLandingPage, NoPresenterMeansNoPage) {
-    TestPlatform tp{TestPlatform::NetworkKind::Fake};
-    auto tracker = PeloraTrackEvent::init();
-    {
-        auto root = std::make_shared<ui::ViewController>();
-        tracker->setAdRootVC(root);
-        auto ad = std::make_shared<PeloraApiAd>();
-        ad->clickAdUrl = "https://land.example/p";
-        ad->interactionType = 2;
-        tracker->bindAd(ad, root->view(), {});
-    }
-    EXPECT_EQ(tracker->adRootVC(), nullptr);
-    tracker->triggerInteraction();  // nothing to present on, nothing opened instead
-    tp.pump();
-    EXPECT_EQ(tp.opener->count(), 0u);
+    Landing l(2, "https://land.example/p");
+    l.window.reset();
+    l.root.reset();
+    EXPECT_EQ(l.tracker->adRootVC(), nullptr);
+    EXPECT_EQ(l.open(), "");  // nothing to present on, nothing opened instead
 }
 
+// The retry keeps the handler alive even when the tracker is gone, and is not retried again.
 TEST(InteractLandingPage, FailedExternalOpenIsRetriedOnceWithTheRepairedUrl) {
-    TestPlatform tp{TestPlatform::NetworkKind::Fake};
-    tp.opener->setDefaultResult(false);
-    auto ad = std::make_shared<PeloraApiAd>();
-    ad->clickAdUrl = "https://land.example/p?a=1?b=x y";
-    ad->interactionType = 1;
-    auto tracker = PeloraTrackEvent::init();
-    auto root = std::make_shared<ui::ViewController>();
-    tracker->bindAd(ad, root->view(), {});
-    tracker->triggerInteraction();
-    tracker.reset();  // the retry keeps the handler alive even when the tracker is gone
-    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == 2; }));
-    for (int i = 0; i < 3; ++i) tp.pump();
-    auto opened = tp.opener->requests();
+    Landing l(1, "https://land.example/p?a=1?b=x y");
+    l.tp.opener->setDefaultResult(false);
+    l.tracker->triggerInteraction();
+    l.tracker.reset();
+    l.tp.settle();
+    auto opened = l.tp.opener->requests();
     ASSERT_EQ(opened.size(), 2u);
-    EXPECT_TRUE(opened[0].refused);  // the space makes it malformed
     EXPECT_EQ(opened[1].url, "https://land.example/p?a=1b=x%20y");
     EXPECT_FALSE(opened[1].hadCompletion);
 }

@@ -16,7 +16,6 @@ using namespace pelora;
 using pelora::platform::makeRect;
 using pelora::platform::UrlOpenPurpose;
 using pelora::testing::FakeServer;
-using pelora::testing::LoopbackResponse;
 using pelora::testing::RecordedRequest;
 using pelora::testing::TestPlatform;
 using Texts = std::vector<std::string>;
@@ -28,8 +27,6 @@ constexpr const char* kNowMs = "1767225600000";  // the manual clock's wall time
 class TrackEventTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        for (const char* path : {"/imp", "/click", "/post", "/dl16", "/dl17", "/v31", "/v32"})
-            server.on(path, LoopbackResponse::text("", 204));
         window->addSubview(container);
         container->addSubview(clickView);
     }
@@ -39,14 +36,9 @@ class TrackEventTest : public ::testing::Test {
         std::optional<std::string> method = std::nullopt,
         std::optional<std::string> contentType = std::nullopt,
         std::optional<std::string> content = std::nullopt) {
-        auto t = std::make_shared<PeloraRespTrackObject>();
-        t->trackType = type;
         for (auto& u : urls) u = server.url(u);
-        t->urls = urls;
-        t->method = method;
-        t->contentType = contentType;
-        t->content = content;
-        return t;
+        return std::make_shared<PeloraRespTrackObject>(
+            PeloraRespTrackObject{type, urls, method, contentType, content});
     }
 
     std::shared_ptr<PeloraApiAd> ad(std::vector<std::shared_ptr<PeloraRespTrackObject>> tracks,
@@ -84,9 +76,12 @@ class TrackEventTest : public ::testing::Test {
     // Window (35.7, 75.9) is (15.7, 35.9) in the container, inside the click view.
     void tap() { window->sendTap({35.7, 75.9}); }
 
+    // What the system was asked to open, each as "<purpose> <url>" ("!" when it failed).
     Texts opened() {
         Texts out;
-        for (const auto& o : tp.opener->requests()) out.push_back(o.url);
+        for (const auto& o : tp.opener->requests())
+            out.push_back(std::string(o.result ? "" : "!") +
+                          (o.purpose == UrlOpenPurpose::DeepLink ? "link " : "page ") + o.url);
         return out;
     }
 
@@ -144,41 +139,32 @@ TEST_F(TrackEventTest, ImpressionNeedsOpacityOfAtLeastPointTwoAtBindTimeAndGoesO
     EXPECT_EQ(exposed.size(), 1u);
 }
 
+// The recognizer is added once and keeps its tracker: binding again, or from another tracker,
+// changes nothing, and once the tracker is gone a tap does nothing.
 TEST_F(TrackEventTest, ThreeTapsOpenThreeTimesButTrackTheClickOnce) {
     auto a =
         ad({track(2, {"/click?dx=__DOWN_X__&dy=__DOWN_Y__&ux=__UP_X__&uy=__UP_Y__&ox=__OFFSET_X__"
                       "&oy=__OFFSET_Y__&w=__WIDTH__&ts=__TS__"})});
     auto t = tracker();
     t->bindAd(a, container, {clickView});
-    EXPECT_TRUE(clickView->userInteractionEnabled());
+    t->bindAd(a, container, {clickView});
+    auto second = PeloraTrackEvent::init();
+    int secondClicks = 0;
+    second->setOnAdClicked([&](auto, auto) { ++secondClicks; });
+    second->bindAd(a, container, {clickView});
+    EXPECT_EQ(clickView->gestureRecognizers().size(), 1u);
     for (int i = 0; i < 3; ++i) tap();
     EXPECT_EQ(clicked, (std::vector<std::shared_ptr<ui::View>>(3, clickView)));
-    EXPECT_EQ(opened(), Texts(3, "https://land.example/page"));
-    for (auto& o : tp.opener->requests()) EXPECT_EQ(o.purpose, UrlOpenPurpose::LandingPage);
+    EXPECT_EQ(secondClicks, 0);
+    EXPECT_EQ(opened(), Texts(3, "page https://land.example/page"));
     // Measured in the container, not in the tapped view.
     auto clicks = to("/click");
     ASSERT_EQ(clicks.size(), 1u);
     EXPECT_EQ(clicks[0].query,
               std::string("dx=15&dy=35&ux=15&uy=35&ox=15&oy=35&w=300&ts=") + kNowMs);
-}
-
-TEST_F(TrackEventTest, MarkerRecognizerIsAddedOnceAndKeepsItsTracker) {
-    auto a = ad({});
-    auto first = tracker();
-    first->bindAd(a, container, {clickView});
-    first->bindAd(a, container, {clickView});
-    auto second = PeloraTrackEvent::init();
-    int secondClicks = 0;
-    second->setOnAdClicked([&](auto, auto) { ++secondClicks; });
-    second->bindAd(a, container, {clickView});
-    ASSERT_EQ(clickView->gestureRecognizers().size(), 1u);
+    t.reset();
     tap();
-    EXPECT_EQ(clicked.size(), 1u);
-    EXPECT_EQ(secondClicks, 0);
-    // A tracker that is gone leaves a recognizer that does nothing.
-    first.reset();
-    tap();
-    EXPECT_EQ(clicked.size(), 1u);
+    EXPECT_EQ(clicked.size(), 3u);
 }
 
 TEST_F(TrackEventTest, PostObjectsSendTheRewrittenBodyWithTheirContentType) {
@@ -228,58 +214,42 @@ TEST_F(TrackEventTest, ServerValuesNeitherAddHeadersNorCutTheUrl) {
     }
 }
 
-TEST_F(TrackEventTest, FailingDeepLinkOpensTheLandingPageAndTracksCode16OncePerAd) {
-    auto a = ad({track(2, {"/click"}), track(16, {"/dl16?dx=__DOWN_X__&dy=__DOWN_Y__"}),
-                 track(17, {"/dl17"})},
-                "myapp://item?id=7");
-    tp.opener->failScheme("myapp");
+// A deep link is tried first: one the system cannot open falls back to the landing page and
+// tracks 16 with the click's record, one it opens tracks 17 and nothing else, each once per ad.
+// An interaction the host triggers opens the same way, without click tracking.
+TEST_F(TrackEventTest, DeepLinkOutcomesAreTrackedOncePerAd) {
+    tp.opener->failScheme("bad");
+    auto tracks = [&] {
+        return std::vector{track(2, {"/click"}), track(16, {"/dl16?dx=__DOWN_X__&dy=__DOWN_Y__"}),
+                           track(17, {"/dl17"})};
+    };
+    auto failing = ad(tracks(), "bad://item");
     auto t = tracker();
-    t->bindAd(a, container, {clickView});
-    tap();
-    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == 2; }));
-    tap();
-    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == 4; }));
-
-    EXPECT_EQ(opened(), (Texts{"myapp://item?id=7", "https://land.example/page",
-                               "myapp://item?id=7", "https://land.example/page"}));
-    auto requests = tp.opener->requests();
-    EXPECT_EQ(requests[0].purpose, UrlOpenPurpose::DeepLink);
-    EXPECT_FALSE(requests[0].result);
-    EXPECT_EQ(requests[1].purpose, UrlOpenPurpose::LandingPage);
+    t->bindAd(failing, container, {clickView});
+    for (size_t opens : {2u, 4u}) {
+        tap();
+        ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == opens; }));
+    }
+    const std::string page = "page https://land.example/page";
+    EXPECT_EQ(opened(), (Texts{"!link bad://item", page, "!link bad://item", page}));
     auto failures = to("/dl16");
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0].query, "dx=15&dy=35");  // the record the click built
     EXPECT_TRUE(to("/dl17").empty());
     EXPECT_EQ(to("/click").size(), 1u);
-    EXPECT_EQ(a->uploadEventTypes, std::vector<int64_t>{16});
-}
 
-TEST_F(TrackEventTest, OpenedDeepLinkTracksCode17AndNoLandingPage) {
-    auto a = ad({track(16, {"/dl16"}), track(17, {"/dl17"})}, "myapp://item");
-    auto t = tracker();
-    t->bindAd(a, container, {clickView});
-    tap();
-    tap();
-    ASSERT_TRUE(tp.waitFor([&] { return a->isUploaded(17); }));
-    tp.pump();
-    EXPECT_EQ(opened(), (Texts{"myapp://item", "myapp://item"}));
-    EXPECT_EQ(to("/dl17").size(), 1u);
+    tp.opener->clear();
+    server.clearRequests();
+    auto opening = ad(tracks(), "myapp://item");
+    auto u = tracker();
+    u->bindAd(opening, container, {});
+    u->triggerInteraction();
+    u->triggerInteraction();
     EXPECT_TRUE(to("/dl16").empty());
-}
-
-TEST_F(TrackEventTest, TriggerInteractionOpensWithoutClickTracking) {
-    auto a =
-        ad({track(2, {"/click"}), track(16, {"/dl16?dx=__DOWN_X__&ox=__OFFSET_X__"})}, "myapp://x");
-    tp.opener->failScheme("myapp");
-    auto t = tracker();
-    t->bindAd(a, container, {clickView});
-    t->triggerInteraction();
-    ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == 2; }));
-    EXPECT_TRUE(clicked.empty());
+    EXPECT_EQ(to("/dl17").size(), 1u);
     EXPECT_TRUE(to("/click").empty());
-    auto failures = to("/dl16");
-    ASSERT_EQ(failures.size(), 1u);
-    EXPECT_EQ(failures[0].query, "dx=-999&ox=__OFFSET_X__");  // no touch point
+    EXPECT_EQ(opened(), (Texts{"link myapp://item", "link myapp://item"}));
+    EXPECT_EQ(clicked.size(), 2u);  // the taps only
 }
 
 TEST_F(TrackEventTest, VideoEventsGoOutOncePerAdAndOnlyWithAnObject) {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -11,7 +10,7 @@
 namespace {
 
 // Each case: the values set ("TOKEN=value", numbers narrowed to the token's field), the
-// template and what it becomes.
+// template and what it becomes (null: unchanged).
 struct Case {
     const char* values;
     const char* text;
@@ -29,16 +28,14 @@ const Case kCases[] = {
      "t=__VIDEO_TIME__&e=__VIDEO_END_TIME__&sc=__VIDEO_SCENE__&ts=__TS__&w=__WIDTH__"
      "&rw=__REQ_WIDTH__&a=__ACTION_ID__&c=__CLICK_ID__&es=__EVENT_TIME_START__"
      "&ee=__EVENT_TIME_END__&ox=__OFFSET_X__&oy=__OFFSET_Y__",
-     "t=__VIDEO_TIME__&e=__VIDEO_END_TIME__&sc=__VIDEO_SCENE__&ts=__TS__&w=__WIDTH__"
-     "&rw=__REQ_WIDTH__&a=__ACTION_ID__&c=__CLICK_ID__&es=__EVENT_TIME_START__"
-     "&ee=__EVENT_TIME_END__&ox=__OFFSET_X__&oy=__OFFSET_Y__"},
-    {"__VIDEO_SCENE__=65535", "sc=__VIDEO_SCENE__", "sc=__VIDEO_SCENE__"},
+     nullptr},
+    {"__VIDEO_SCENE__=65535", "sc=__VIDEO_SCENE__", nullptr},
     {"__VIDEO_SCENE__=3", "sc=__VIDEO_SCENE__", "sc=3"},
-    {"__VIDEO_STATUS__=255", "s=__VIDEO_STATUS__", "s=__VIDEO_STATUS__"},
+    {"__VIDEO_STATUS__=255", "s=__VIDEO_STATUS__", nullptr},
     {"__VIDEO_STATUS__=258", "s=__VIDEO_STATUS__", "s=2"},
     {"__WIDTH__=0 __TS__=1767225600123 __REQ_WIDTH__=-2", "__WIDTH__/__TS__/__REQ_WIDTH__",
      "0/1767225600123/-2"},
-    {"__TS__=-1", "ts=__TS__", "ts=__TS__"},
+    {"__TS__=-1", "ts=__TS__", nullptr},
     // The touch macros fall back to -999 at every occurrence; the offsets have no fallback.
     {"", "a=__DOWN_X__&b=__DOWN_X__&c=__DOWN_Y__&d=__UP_X__&e=__UP_Y__",
      "a=-999&b=-999&c=-999&d=-999&e=-999"},
@@ -46,7 +43,7 @@ const Case kCases[] = {
     {"__DOWN_X__=0", "a=__DOWN_X__&o=__OFFSET_X__", "a=0&o=__OFFSET_X__"},
     // The click id stays while it is "-1"; tokens inside it are rewritten by the rows after
     // its own, earlier ones stay, and it may complete a later token with the text around it.
-    {"", "c=__CLICK_ID__", "c=__CLICK_ID__"},
+    {"", "c=__CLICK_ID__", nullptr},
     {"__CLICK_ID__=abc%20d", "c=__CLICK_ID__&c2=__CLICK_ID__", "c=abc%20d&c2=abc%20d"},
     {"__CLICK_ID__=[__VIDEO_SCENE__|__TS__|__VIDEO_STATUS__] __VIDEO_SCENE__=3 __TS__=99",
      "ts=__TS__&c=__CLICK_ID__", "ts=99&c=[3|__TS__|0]"},
@@ -82,44 +79,15 @@ PeloraTrackReplace recordWith(const std::string& values) {
     return r;
 }
 
+// Each row also through the 24 replace-all passes the single scan stands for; the
+// macro_replace fuzz target compares the two on any template and values.
 TEST(TrackMacros, RewriteTheirTemplates) {
     for (const auto& c : kCases) {
+        SCOPED_TRACE(std::string(c.values) + " | " + c.text);
         const PeloraTrackReplace r = recordWith(c.values);
-        EXPECT_EQ(r.replacedString(c.text), c.expected) << c.values << " | " << c.text;
-        EXPECT_EQ(replacedStringByPasses(r, c.text), c.expected) << c.values << " | " << c.text;
-    }
-}
-
-// The single scan must give exactly what the 24 replace-all passes give, on templates made of
-// tokens, their fragments and fillers, with any values.
-TEST(TrackMacros, SingleScanMatchesTwentyFourPassesOnGeneratedTemplates) {
-    std::mt19937 rng(20260101);
-    std::vector<std::string> pieces = {"_", "__", "___", "&",   "?",         "=",
-                                       "a", "X",  "-1",  "%5F", "http://h/p"};
-    for (const auto& t : PeloraTrackReplace::kTokens) {
-        std::string token(t), lower(t);
-        for (auto& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        // Whole, missing an underscore, sharing one or two with a neighbour, lower case.
-        for (std::string piece :
-             {token, token.substr(0, token.size() - 1), token.substr(1), token.substr(2), lower})
-            pieces.push_back(piece);
-    }
-    auto pick = [&](size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); };
-    auto makeText = [&](size_t maxPieces) {
-        std::string s;
-        for (size_t i = pick(maxPieces + 1); i > 0; --i) s += pieces[pick(pieces.size())];
-        return s;
-    };
-    const int64_t values[] = {-1, -1, -1, 0, 1, 7, -2, -999, 2147483647, 1767225600000, -128, 255};
-    for (int iteration = 0; iteration < 20000; ++iteration) {
-        PeloraTrackReplace r;
-        for (int row = 0; row < PeloraTrackReplace::kMacroCount; ++row)
-            if (row != PeloraTrackReplace::kClickIdRow && pick(3) != 0)
-                r.setNumericValue(row, values[pick(std::size(values))]);
-        if (pick(2) == 0) r.__CLICK_ID__ = makeText(4);
-        const std::string text = makeText(12);
-        ASSERT_EQ(r.replacedString(text), replacedStringByPasses(r, text))
-            << "template: " << text << "\nclick id: " << r.__CLICK_ID__;
+        const std::string expected = c.expected ? c.expected : c.text;
+        EXPECT_EQ(r.replacedString(c.text), expected);
+        EXPECT_EQ(replacedStringByPasses(r, c.text), expected);
     }
 }
 

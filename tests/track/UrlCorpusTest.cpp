@@ -31,9 +31,6 @@ using pelora::testing::corpusUrls;
 
 namespace {
 
-bool isLocalScheme(const std::string& scheme) {
-    return scheme == "file" || scheme == "data" || scheme == "javascript";
-}
 bool isWeb(const std::string& url) {
     return browserScheme(url) == "http" || browserScheme(url) == "https";
 }
@@ -67,14 +64,10 @@ class UrlCorpusTest : public ::testing::Test {
 TEST_F(UrlCorpusTest, OnlyWebUrlsReachTheNetworkFromTrackingImagesAndDownloads) {
     const auto urls = corpusUrls();
     ASSERT_GT(urls.size(), 1000u);
-    auto ad = std::make_shared<PeloraApiAd>();
-    ad->adId = "corpus";
-    auto tracker = trackerFor(ad);
+    auto tracker = trackerFor(std::make_shared<PeloraApiAd>());
     auto image = std::make_shared<ui::ImageView>(platform::makeRect(0, 0, 10, 10));
-    size_t handed = 0;
     for (const auto& url : urls) {
         auto track = std::make_shared<PeloraRespTrackObject>();
-        track->trackType = 1;
         track->urls = std::vector<std::string>{url};
         tracker->replaceUrlUploadTrack(track, *tracker->defalutReplace());
         track->method = "POST";
@@ -82,12 +75,10 @@ TEST_F(UrlCorpusTest, OnlyWebUrlsReachTheNetworkFromTrackingImagesAndDownloads) 
         tracker->replaceUrlUploadTrack(track, *tracker->defalutReplace());
         pl_setImageUrl(*image, url);
         PeloraNetwork::downloadTaskWithUrl(url, {}, std::nullopt, nullptr);
-        handed += 4;
         tp.settle();
     }
-    const size_t sent = tp.fake->requests().size();
-    EXPECT_GE(sent, handed / 2) << "most of the corpus should at least be tried";
-    ASSERT_FALSE(fetched.empty());
+    // Four calls a URL: most of the corpus is at least tried.
+    EXPECT_GE(tp.fake->requests().size(), 2 * urls.size());
     for (const auto& url : fetched) {
         EXPECT_TRUE(isWeb(url)) << url;
         for (unsigned char c : url) EXPECT_GT(c, 0x20) << url;
@@ -101,23 +92,21 @@ TEST_F(UrlCorpusTest, OnlyWebUrlsReachTheNetworkFromTrackingImagesAndDownloads) 
     }
 }
 
+// Tried as a deep link (its landing page, the same text, opened outside when it fails) and as
+// a landing page for the in-app browser.
 TEST_F(UrlCorpusTest, LandingPagesAndDeepLinksNeverOpenLocalSchemes) {
     for (const auto& url : corpusUrls()) {
-        for (int interaction : {1, 2}) {
-            for (bool deepLink : {false, true}) {
-                root->dismissViewControllerAnimated(false, nullptr);
-                auto ad = std::make_shared<PeloraApiAd>();
-                ad->adId = "corpus";
-                ad->interactionType = interaction;
-                ad->clickAdUrl = url;
-                if (deepLink) ad->deeplink = url;
-                auto tracker = trackerFor(ad);
-                tracker->triggerInteraction();
-                tp.settle();
-                if (auto page = std::dynamic_pointer_cast<ui::BrowserViewController>(
-                        root->presentedViewController())) {
-                    EXPECT_TRUE(isWeb(page->url())) << page->url();
-                }
+        for (bool inApp : {false, true}) {
+            root->dismissViewControllerAnimated(false, nullptr);
+            auto ad = std::make_shared<PeloraApiAd>();
+            ad->interactionType = inApp ? 2 : 1;
+            ad->clickAdUrl = url;
+            if (!inApp) ad->deeplink = url;
+            trackerFor(ad)->triggerInteraction();
+            tp.settle();
+            if (auto page = std::dynamic_pointer_cast<ui::BrowserViewController>(
+                    root->presentedViewController())) {
+                EXPECT_TRUE(isWeb(page->url())) << page->url();
             }
         }
     }
@@ -125,7 +114,8 @@ TEST_F(UrlCorpusTest, LandingPagesAndDeepLinksNeverOpenLocalSchemes) {
     for (const auto& request : tp.opener->requests()) {
         if (request.refused) continue;
         ++opened;
-        EXPECT_FALSE(isLocalScheme(browserScheme(request.url))) << request.url;
+        const std::string scheme = browserScheme(request.url);
+        EXPECT_TRUE(scheme != "file" && scheme != "data" && scheme != "javascript") << request.url;
     }
     EXPECT_GT(opened, 0u);
     EXPECT_LT(opened, tp.opener->requests().size()) << "some are refused";
