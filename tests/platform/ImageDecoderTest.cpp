@@ -1,9 +1,11 @@
-// Image decoding from bytes: what comes out for real images, and that hostile bytes never
-// get further than the header. (The fuzz targets' replays check that nothing crashes.)
+// Image decoding from bytes: what the decoder adds to stb (sizes read before any pixel, the
+// pixel limit, its fixes of stb's faults) and that decoding is safe on several threads. Pixels of
+// a sound file are stb's (the empty-chunk case below reads a real file's pixels back); the
+// bundle's tests check the scale, the image download's tests a body that is no image. (The fuzz
+// targets' replays check that nothing crashes.)
 #include <gtest/gtest.h>
 #include <stb/stb_image_write.h>
 
-#include <array>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -16,13 +18,10 @@ namespace {
 
 using pelora::desktop::StbImageDecoder;
 
-std::vector<uint8_t> solid(int w, int h, uint8_t r, uint8_t g, uint8_t b) {
-    std::vector<uint8_t> px;
-    for (int i = 0; i < w * h; ++i) px.insert(px.end(), {r, g, b, 255});
-    return px;
-}
-// PNG, or JPEG of quality 95, of `w` x `h` RGBA pixels.
-std::string encode(bool png, int w, int h, const std::vector<uint8_t>& rgba) {
+// PNG, or JPEG of quality 95, of `w` x `h` pixels of one colour.
+std::string encode(bool png, int w, int h) {
+    std::vector<uint8_t> rgba;
+    for (int i = 0; i < w * h; ++i) rgba.insert(rgba.end(), {9, 8, 7, 255});
     std::string out;
     auto append = [](void* to, void* data, int size) {
         static_cast<std::string*>(to)->append(static_cast<const char*>(data), size_t(size));
@@ -32,34 +31,13 @@ std::string encode(bool png, int w, int h, const std::vector<uint8_t>& rgba) {
     return out;
 }
 
-TEST(ImageDecoderTest, PngKeepsEveryPixelAndChannelAndJpegIsOpaque) {
-    const std::vector<uint8_t> pixels = {255, 0,  0,  255, 0,   255, 0,  128, 0, 0, 255, 0,
-                                         10,  20, 30, 40,  200, 100, 50, 255, 1, 2, 3,   4};
-    StbImageDecoder decoder;
-    auto image = decoder.decode(encode(true, 3, 2, pixels), 2.0);
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->pixelHeight, 2);
-    EXPECT_DOUBLE_EQ(image->width(), 1.5);  // 3 pixels at scale 2
-    EXPECT_EQ(image->rgba(), pixels);
-    auto photo = decoder.decode(encode(false, 16, 8, solid(16, 8, 40, 120, 200)));
-    ASSERT_TRUE(photo);
-    ASSERT_EQ(photo->rgba().size(), 16u * 8u * 4u);
-    for (size_t i = 0; i < photo->rgba().size(); ++i)
-        ASSERT_NEAR(photo->rgba()[i], (std::array{40, 120, 200, 255}[i % 4]), i % 4 < 3 ? 4 : 0)
-            << i;
-}
-
-TEST(ImageDecoderTest, RefusesGarbageAndImagesAboveThePixelLimitFromTheHeaderAlone) {
+TEST(ImageDecoderTest, RefusesImagesAboveThePixelLimitFromTheHeaderAlone) {
     StbImageDecoder decoder, small(100);
-    for (std::string bad :
-         {"", "<html><body>404</body></html>", "\x89PNG\r\n\x1a\n", "\xff\xd8\xff"})
-        EXPECT_FALSE(decoder.decode(bad)) << bad;
-    EXPECT_TRUE(small.decode(encode(true, 10, 10, solid(10, 10, 9, 9, 9))));
-    EXPECT_FALSE(small.decode(encode(true, 11, 10, solid(11, 10, 9, 9, 9))));
-    EXPECT_FALSE(small.decode(encode(false, 101, 1, solid(101, 1, 9, 9, 9))));
+    EXPECT_TRUE(small.decode(encode(true, 10, 10)));
+    EXPECT_FALSE(small.decode(encode(true, 11, 10)));
     // A header declaring far more than the default limit over a token of data: a decoder that
     // allocated first would ask for gigabytes here.
-    const std::string real = encode(true, 1, 1, solid(1, 1, 1, 2, 3));
+    const std::string real = encode(true, 1, 1);
     for (auto [w, h] : {std::pair<uint32_t, uint32_t>{5000, 5000}, {0x7fffffff, 2}, {4097, 4096}}) {
         std::string declared = real;
         for (int i = 0; i < 4; ++i) {  // IHDR's width and height, big-endian, from byte 16
@@ -69,7 +47,7 @@ TEST(ImageDecoderTest, RefusesGarbageAndImagesAboveThePixelLimitFromTheHeaderAlo
         EXPECT_FALSE(decoder.decode(declared)) << w << "x" << h;
     }
     // A download cut short: once the header is there the image has its size, but no pixels.
-    const std::string png = encode(true, 8, 8, solid(8, 8, 1, 2, 3));
+    const std::string png = encode(true, 8, 8);
     auto half = decoder.decode(std::string_view(png).substr(0, png.size() / 2));
     ASSERT_TRUE(half);
     EXPECT_EQ(std::pair(half->pixelWidth, half->rgba().empty()), std::pair(8, true));
@@ -80,7 +58,7 @@ TEST(ImageDecoderTest, RefusesGarbageAndImagesAboveThePixelLimitFromTheHeaderAlo
 // the table comes before or after the frame header.
 TEST(ImageDecoderTest, RefusesJpegHuffmanTablesOfMoreThan256Codes) {
     StbImageDecoder decoder;
-    std::string oversized = encode(false, 16, 16, solid(16, 16, 9, 8, 7));
+    std::string oversized = encode(false, 16, 16);
     ASSERT_TRUE(decoder.decode(oversized));
     const size_t table = oversized.find("\xFF\xC4"), frame = oversized.find("\xFF\xC0");
     ASSERT_LT(frame, table);
@@ -110,9 +88,9 @@ TEST(ImageDecoderTest, PngWithAnEmptyFirstDataChunkDecodesItsPixels) {
 // Images are decoded on the sessions' threads; an image's pixels once, by whoever asks first.
 TEST(ImageDecoderTest, DecodesOnSeveralThreadsAtOnceAndAnImagesPixelsOnce) {
     StbImageDecoder decoder;
-    const std::string png = encode(true, 32, 32, solid(32, 32, 5, 6, 7));
-    const std::string jpeg = encode(false, 32, 32, solid(32, 32, 5, 6, 7));
-    auto shared = decoder.decode(encode(true, 64, 64, solid(64, 64, 9, 8, 7)));
+    const std::string png = encode(true, 32, 32);
+    const std::string jpeg = encode(false, 32, 32);
+    auto shared = decoder.decode(encode(true, 64, 64));
     ASSERT_TRUE(shared);
     std::vector<int> decoded(4, 0);
     std::vector<const std::vector<uint8_t>*> seen(4, nullptr);

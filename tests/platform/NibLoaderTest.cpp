@@ -15,45 +15,16 @@ namespace {
 using namespace pelora::ui;
 using pelora::platform::makeRect;
 
-std::vector<std::string> events;  // what the loader did to views of the recording classes
-
-struct RecordingRoot : View {
-    std::string className() const override { return "RecordingRoot"; }
-    void setOutlet(const std::string& name, std::shared_ptr<View> view) override {
-        events.push_back("outlet " + name);
-        View::setOutlet(name, std::move(view));
-    }
-    void awakeFromNib() override {
-        events.push_back(std::string("awake root, outlets ") + (outlet("title") ? "ready" : "not"));
-    }
+const auto str = [](std::string s) { return NibValue::makeString(std::move(s)); };
+const auto num = [](double d) { return NibValue::makeNumber(d); };
+const auto array = [](std::vector<NibValue> v) {
+    return NibValue{.kind = NibValue::Kind::Array, .array = std::move(v)};
 };
-struct RecordingLabel : Label {
-    void awakeFromNib() override { events.push_back("awake label " + text().value_or("")); }
+const auto object = [](std::map<std::string, NibValue> v) {
+    return NibValue{.kind = NibValue::Kind::Object, .object = std::move(v)};
 };
 
-class NibLoaderTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        events.clear();
-        NibLoader::registerClass("RecordingRoot", [] { return std::make_shared<RecordingRoot>(); });
-        NibLoader::registerClass("RecordingLabel",
-                                 [] { return std::make_shared<RecordingLabel>(); });
-    }
-    void TearDown() override {
-        NibLoader::registerClass("RecordingRoot", nullptr);
-        NibLoader::registerClass("RecordingLabel", nullptr);
-    }
-    static NibValue str(std::string s) { return NibValue::makeString(std::move(s)); }
-    static NibValue num(double d) { return NibValue::makeNumber(d); }
-    static NibValue array(std::vector<NibValue> v) {
-        return {.kind = NibValue::Kind::Array, .array = std::move(v)};
-    }
-    static NibValue object(std::map<std::string, NibValue> v) {
-        return {.kind = NibValue::Kind::Object, .object = std::move(v)};
-    }
-};
-
-TEST_F(NibLoaderTest, BuildsTheTreeWithFramesPropertiesAndOrder) {
+TEST(NibLoaderTest, BuildsTheTreeWithFramesPropertiesAndOrder) {
     const NibValue yes = NibValue::makeBool(true), no = NibValue::makeBool(false);
     NibNode root{.className = "View", .frame = makeRect(0, 0, 320, 480)};
     root.properties = {{"backgroundColor", str("#FF800040")},
@@ -107,7 +78,25 @@ TEST_F(NibLoaderTest, BuildsTheTreeWithFramesPropertiesAndOrder) {
     EXPECT_EQ(buttonView->titleFontSize(), 13);
 }
 
-TEST_F(NibLoaderTest, BuildsRegisteredClassesDeliversOutletsToTheRootAndWakesChildrenFirst) {
+std::vector<std::string> events;  // what the loader did to views of the recording classes
+
+struct RecordingRoot : View {
+    std::string className() const override { return "RecordingRoot"; }
+    void setOutlet(const std::string& name, std::shared_ptr<View> view) override {
+        events.push_back("outlet " + name);
+        View::setOutlet(name, std::move(view));
+    }
+    void awakeFromNib() override {
+        events.push_back(std::string("awake root, outlets ") + (outlet("title") ? "ready" : "not"));
+    }
+};
+struct RecordingLabel : Label {
+    void awakeFromNib() override { events.push_back("awake label " + text().value_or("")); }
+};
+
+TEST(NibLoaderTest, BuildsRegisteredClassesDeliversOutletsToTheRootAndWakesChildrenFirst) {
+    NibLoader::registerClass("RecordingRoot", [] { return std::make_shared<RecordingRoot>(); });
+    NibLoader::registerClass("RecordingLabel", [] { return std::make_shared<RecordingLabel>(); });
     NibNode inner{
         .className = "RecordingLabel", .outlet = "inner", .properties = {{"text", str("I")}}};
     NibNode root{

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <map>
-#include <numeric>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -40,23 +39,20 @@ class RunLoopTest : public ::testing::Test {
 
 TEST_F(RunLoopTest, TasksFromManyThreadsRunOnTheLoopThreadInOrderAndLaterOnesOnTheNextPump) {
     std::vector<std::vector<int>> seen(4);
-    std::atomic<bool> offThread{false};
+    std::atomic<bool> wrong{false};  // a task off the loop's thread, or out of its poster's order
     std::vector<std::thread> posters;
     for (size_t t = 0; t < seen.size(); ++t)
         posters.emplace_back([&, t] {
             for (int i = 0; i < 200; ++i)
                 loop.post([&, t, i] {
-                    offThread = offThread || !loop.isLoopThread();
+                    wrong = wrong || !loop.isLoopThread() || seen[t].size() != size_t(i);
                     seen[t].push_back(i);
                 });
         });
     for (auto& p : posters) p.join();
     loop.post([&] { loop.post([&] { seen[0].push_back(-1); }); });  // waits for the next pump
     EXPECT_EQ(loop.pump(), 801u);
-    std::vector<int> inOrder(200);
-    std::iota(inOrder.begin(), inOrder.end(), 0);
-    EXPECT_EQ(seen, decltype(seen)(4, inOrder));
-    EXPECT_FALSE(offThread);
+    EXPECT_FALSE(wrong);
     loop.pump();
     EXPECT_EQ(seen[0].back(), -1);
 }
@@ -137,6 +133,8 @@ TEST_F(RunLoopTest, RunAndRunUntilEndOnStopPredicateOrWhenNothingCanHappenBefore
     EXPECT_EQ(ran, 2);
 }
 
+// That an answer never arrives inside the call that started its task is checked on every fetch
+// of TransportTest.
 TEST(FakeNetworkTest, AnswersArriveThroughTheLoopByUrlWithOrWithoutQuery) {
     TestPlatform tp{TestPlatform::NetworkKind::Fake};
     auto session = tp.fake->createSession({});
@@ -154,7 +152,6 @@ TEST(FakeNetworkTest, AnswersArriveThroughTheLoopByUrlWithOrWithoutQuery) {
         });
         task->resume();
     }
-    EXPECT_TRUE(got.empty()) << "never inside the call that started the task";
     tp.pump();
     // Without an answer a request stays pending; one a real session refuses is refused.
     EXPECT_EQ(

@@ -1,5 +1,7 @@
 // The view tree's own rules. Presenting pages, outlets and taps on the SDK's views are also
-// exercised end to end by the splash, reward and track tests.
+// exercised end to end by the splash, reward and track tests: among them a button whose action
+// releases its last owner (SplashAdViewTest, a host closing the splash from its skip callback)
+// and a tap measured in another view than the one tapped (TrackEventTest).
 #include <gtest/gtest.h>
 
 #include "pelora/ui/UI.h"
@@ -142,14 +144,7 @@ TEST(ViewTapDelivery, ButtonsFireTouchUpInsideOnlyWhenReleasedInsideAndWhenEnabl
     EXPECT_FALSE(button->highlighted());
     button->setEnabled(false);  // passes the tap on to its ancestors
     EXPECT_TRUE(t.window->sendTap({35, 55}));
-    button->setEnabled(true);
-    std::weak_ptr<Button> weak = button;
-    button->addTarget([](Button& b) { b.removeFromSuperview(); }, ControlEvent::TouchUpInside);
-    button.reset();  // the action removes the button's last owner
-    EXPECT_TRUE(t.window->sendTap({35, 55}));
-    EXPECT_TRUE(weak.expired());
-    EXPECT_EQ(events, (std::vector<std::string>{"down", "inside", "down", "outside", "container",
-                                                "down", "inside"}));
+    EXPECT_EQ(events, (std::vector<std::string>{"down", "inside", "down", "outside", "container"}));
 }
 
 // Presenting and dismissing pages, and their appearance, are the reward and track tests'.
