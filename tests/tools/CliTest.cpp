@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "AdAnswerFixtures.h"
+#include <utility>
+
 #include "LoopbackServer.h"
 #include "Program.h"
 
@@ -91,56 +92,56 @@ TEST_F(Cli, BadArgumentsPrintUsageAndExitTwo) {
     }
 }
 
+// What each text command prints for its arguments and standard input, and its exit status; a
+// refusal prints nothing on standard output and says why on standard error.
 TEST_F(Cli, TextCommandsPrintJson) {
     struct Case {
         std::vector<std::string> args;
+        std::string input;
         int status;
-        std::string out;
+        std::string out;  // for a refusal, what standard error says
     };
     const Case cases[] = {
-        {{"escape", "a b&c=d:/?é"}, 0, R"("a%20b%26c%3Dd%3A/?%C3%A9")"},
-        {{"urlencode", "a b&c=\xC3\xA9"}, 0, R"("a%20b&c=%C3%A9")"},
-        {{"urldecode", "a+b%20c"}, 0, R"("a+b c")"},
-        {{"urldecode", "100%"}, 1, ""},
+        {{"escape", "a b&c=d:/?é"}, "", 0, R"("a%20b%26c%3Dd%3A/?%C3%A9")"},
+        {{"urlencode", "a b&c=\xC3\xA9"}, "", 0, R"("a%20b&c=%C3%A9")"},
+        {{"urldecode", "a+b%20c"}, "", 0, R"("a+b c")"},
+        {{"urldecode", "100%"}, "", 1, ""},
         // Values narrowed to their field: 65535 is a 16-bit -1 (unset), 258 an 8-bit 2.
         {{"expand",
           "https://t/"
           "x?dx=__DOWN_X__&uy=__UP_Y__&c=__CLICK_ID__&sc=__VIDEO_SCENE__&s=__VIDEO_STATUS__",
           "__DOWN_X__=12", "__CLICK_ID__=a\"b", "__VIDEO_SCENE__=65535", "__VIDEO_STATUS__=258"},
+         "",
          0,
-         R"("https://t/x?dx=12&uy=-999&c=a\"b&sc=__VIDEO_SCENE__&s=2")"}};
-    for (const auto& c : cases) {
-        auto r = run(c.args);
-        EXPECT_EQ(r.status, c.status) << c.args[1];
-        EXPECT_EQ(r.out, c.out.empty() ? "" : c.out + "\n") << c.args[1];
+         R"("https://t/x?dx=12&uy=-999&c=a\"b&sc=__VIDEO_SCENE__&s=2")"},
+        // An answer as the SDK maps it (its keys and coercions are RecordsTest's), with the
+        // tracking instructions beside each ad; "FILE" reads the input from a file.
+        {{"map", "FILE"},
+         R"({"code":"5","extra":1,"data":{"ads":[{"adId":7,)"
+         R"("trackUrls":[{"trackType":1,"urls":["u"]}]}]}})",
+         0,
+         R"({"code":5,"data":{"ads":[{"adId":"7","adTrackVO":[{"clicked_upload":false,)"
+         R"("trackType":1,"urls":["u"]}],"creativeType":0,"interactionType":0,"trackUrls":[]}]}})"},
+        {{"map", "-"}, "[{\"code\":0}]", 1, "not an object"},
+        {{"map", "-"}, "{\"code\":", 1, "JSON"},
+        {{"map", "/nonexistent/answer.json"}, "", 1, ""}};
+    const std::string file = (std::filesystem::temp_directory_path() /
+                              ("pelora-cli-" + std::to_string(::getpid()) + ".json"))
+                                 .string();
+    for (auto c : cases) {
+        SCOPED_TRACE(c.args[1] + " " + c.input);
+        if (c.args.back() == "FILE") {
+            c.args.back() = file;
+            std::ofstream(file, std::ios::binary) << std::exchange(c.input, {});  // not on stdin
+        }
+        auto r = run(c.args, c.input);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_EQ(r.out, c.status == 0 ? c.out + "\n" : "");
+        if (c.status != 0) {
+            EXPECT_NE(r.err.find(c.out), std::string::npos) << r.err;
+        }
     }
-}
-
-// The answer as the SDK maps it (its keys and coercions are RecordsTest's), with the tracking
-// instructions beside each ad, from a file or standard input.
-TEST_F(Cli, MapPrintsTheMappedAnswerOrSaysWhyNot) {
-    const auto file = std::filesystem::temp_directory_path() /
-                      ("pelora-cli-map-" + std::to_string(::getpid()) + ".json");
-    std::ofstream(file, std::ios::binary) << pelora::fixtures::adAnswer(3);
-    auto fromFile = run({"map", file.string()});
     std::filesystem::remove(file);
-    ASSERT_EQ(fromFile.status, 0) << fromFile.err;
-    ASSERT_EQ(fromFile.json()["data"]["ads"].size(), 3u);
-    EXPECT_EQ(fromFile.json()["data"]["ads"][0]["adTrackVO"].size(), 13u);
-    auto piped = run({"map", "-"}, R"({"code":"5","extra":1,"data":{"ads":[{"adId":7}]}})");
-    EXPECT_EQ(piped.status, 0) << piped.err;
-    EXPECT_EQ(piped.out, R"({"code":5,"data":{"ads":[{"adId":"7","creativeType":0,)"
-                         R"("interactionType":0,"trackUrls":[]}]}})"
-                         "\n");
-
-    for (auto [input, why] :
-         {std::pair{"[{\"code\":0}]", "not an object"}, std::pair{"{\"code\":", "JSON"}}) {
-        auto refused = run({"map", "-"}, input);
-        EXPECT_EQ(refused.status, 1) << input;
-        EXPECT_TRUE(refused.out.empty()) << input;
-        EXPECT_NE(refused.err.find(why), std::string::npos) << refused.err;
-    }
-    EXPECT_EQ(run({"map", file.string()}).status, 1) << "the file is gone";
 }
 
 TEST_F(Cli, FetchSendsToTheGivenServerAndPrintsTheResult) {
