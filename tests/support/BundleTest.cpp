@@ -91,7 +91,6 @@ TEST_F(BundleTest, WhereTheHostPointsWinsAndIsTheOnlyPlaceLooked) {
 
     pointTo(platform.rootDirectory() + "/Nowhere");
     EXPECT_FALSE(PeloraTool::apiBundle()) << "a path the host gave is not second-guessed";
-    EXPECT_FALSE(PeloraTool::loadNib("PeloraSplashAdView"));
 
     pointTo(std::nullopt);
     found = PeloraTool::apiBundle();

@@ -55,15 +55,14 @@ std::string describe(const std::shared_ptr<Shape>& s) {
     return "Shape " + common;
 }
 
+std::string describe(const std::pair<const std::string, std::shared_ptr<Shape>>& named) {
+    return describe(named.second);
+}
+
 template <class Container>
 std::string describeAll(const Container& shapes) {
     std::string out;
-    for (const auto& one : shapes) {
-        if constexpr (requires { one.second; })
-            out += describe(one.second) + "; ";
-        else
-            out += describe(one) + "; ";
-    }
+    for (const auto& one : shapes) out += describe(one) + "; ";
     return out;
 }
 

@@ -202,13 +202,11 @@ TEST_F(TrackEventTest, ServerValuesNeitherAddHeadersNorCutTheUrl) {
     auto t = tracker();
     t->bindAd(a, container, {clickView});
     tap();
-    auto sent = to("/imp");
     auto clicks = to("/click");
     ASSERT_EQ(clicks.size(), 1u);
     EXPECT_EQ(clicks[0].query, "b=2");
-    sent.insert(sent.end(), clicks.begin(), clicks.end());
-    ASSERT_EQ(sent.size(), 2u);
-    for (const auto& r : sent) {
+    ASSERT_EQ(to("/imp").size(), 1u);
+    for (const auto& r : {to("/imp")[0], clicks[0]}) {
         EXPECT_FALSE(r.header("Content-Type")) << r.path;
         EXPECT_FALSE(r.header("X-Injected")) << r.path;
     }
@@ -223,9 +221,8 @@ TEST_F(TrackEventTest, DeepLinkOutcomesAreTrackedOncePerAd) {
         return std::vector{track(2, {"/click"}), track(16, {"/dl16?dx=__DOWN_X__&dy=__DOWN_Y__"}),
                            track(17, {"/dl17"})};
     };
-    auto failing = ad(tracks(), "bad://item");
     auto t = tracker();
-    t->bindAd(failing, container, {clickView});
+    t->bindAd(ad(tracks(), "bad://item"), container, {clickView});
     for (size_t opens : {2u, 4u}) {
         tap();
         ASSERT_TRUE(tp.waitFor([&] { return tp.opener->count() == opens; }));
@@ -240,9 +237,8 @@ TEST_F(TrackEventTest, DeepLinkOutcomesAreTrackedOncePerAd) {
 
     tp.opener->clear();
     server.clearRequests();
-    auto opening = ad(tracks(), "myapp://item");
     auto u = tracker();
-    u->bindAd(opening, container, {});
+    u->bindAd(ad(tracks(), "myapp://item"), container, {});
     u->triggerInteraction();
     u->triggerInteraction();
     EXPECT_TRUE(to("/dl16").empty());

@@ -22,12 +22,8 @@
 #include "track/PeloraTrackEvent.h"
 
 using namespace pelora;
-using pelora::testing::FakeHttpSessionFactory;
-using pelora::testing::TestPlatform;
+using namespace pelora::testing;
 namespace fs = std::filesystem;
-
-using pelora::testing::browserScheme;
-using pelora::testing::corpusUrls;
 
 namespace {
 
