@@ -55,12 +55,10 @@ TEST(DesktopWindowTest, MouseMinimiseRestoreAndCloseBecomeTapsNotificationsAndOn
         send({.window = {.type = SDL_WINDOWEVENT, .event = what}});
     };
 
+    // A press and a release a little apart, in window pixels; a person's click through the X
+    // server is WindowEndToEnd's (tests/window).
     mouse(SDL_MOUSEBUTTONDOWN, 150, 25);
     mouse(SDL_MOUSEBUTTONUP, 152, 27);
-    EXPECT_EQ(taps, 1);
-    mouse(SDL_MOUSEBUTTONDOWN, 20, 80);  // outside the button: reaches nothing
-    mouse(SDL_MOUSEBUTTONUP, 20, 80);
-    mouse(SDL_MOUSEBUTTONUP, 150, 25);  // a release without a press is ignored
     EXPECT_EQ(taps, 1);
 
     std::vector<std::string> heard;

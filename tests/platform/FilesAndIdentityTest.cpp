@@ -1,3 +1,6 @@
+// The desktop file system's caches directory and the device's identity. Placing a download
+// (its directory made, an older file of its name removed, the new one moved in) is held where
+// the SDK does it: tests/core TransportTest and FaultInjectionTest.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
