@@ -21,7 +21,9 @@ namespace {
 
 using nlohmann::json;
 
-TEST(RequestModel, BuildVersionToInteger) {
+// The build number as an integer; the screen in pixels, shorter side first; the orientation and
+// the carrier.
+TEST(RequestModel, BuildVersionScreenPixelsOrientationAndCarrier) {
     pelora::testing::TestEnvironment platform;
     for (auto [build, expected] :
          {std::pair("1.2.3", 123), {"10.0.1", 1001}, {"beta", 0}, {"7", 7}}) {
@@ -30,10 +32,7 @@ TEST(RequestModel, BuildVersionToInteger) {
     }
     platform.device->info.erase(pelora::platform::kCFBundleVersion);
     EXPECT_EQ(PeloraUrlQuery::init()->appVc, 0);
-}
 
-TEST(RequestModel, ScreenPixelsShorterSideFirstOrientationAndCarrier) {
-    pelora::testing::TestEnvironment platform;
     platform.device->bounds = pelora::platform::makeRect(0, 0, 667, 375);
     platform.device->scale = 3;
     platform.device->countryCode = "460";

@@ -141,10 +141,7 @@ TEST_F(SandboxTest, RecordsTrackingRequestsAndServesThemAsJson) {
 
     auto records = sandbox.trackingRecords();
     ASSERT_EQ(records.size(), 3u);
-    EXPECT_EQ(records[0].method, "GET");
-    EXPECT_EQ(records[0].slot, "splash-demo");
-    EXPECT_EQ(records[0].adId, "splash-001");
-    EXPECT_EQ(records[0].trackType, 2);
+    // Slot and track type as the demo's test reads them, the ad's id as the flags do.
     EXPECT_EQ(records[0].url, sandbox.baseUrl() + get);
     EXPECT_EQ(records[1].contentType, "application/json");
     EXPECT_EQ(records[1].query, "via=post");
@@ -319,13 +316,13 @@ class SandboxInventoryTest : public ::testing::Test {
                           ::testing::UnitTest::GetInstance()->current_test_info()->name());
 };
 
+// What a slot's simulation may hold is the control's test (one parser reads both).
 TEST_F(SandboxInventoryTest, RejectsUnusableInventories) {
     const std::pair<std::string, std::string> cases[] = {
         {"missing.json", ""},
         {"garbage.json", "{\"slots\": ["},
         {"noslots.json", "{\"provider\": \"x\"}"},
         {"badstatus.json", "{\"slots\": {\"a\": {\"simulate\": {\"status\": \"500\"}}}}"},
-        {"badbody.json", "{\"slots\": {\"a\": {\"simulate\": {\"body\": \"weird\"}}}}"},
         {"badads.json", "{\"slots\": {\"a\": {\"ads\": {}}}}"}};
     for (const auto& [name, text] : cases) {
         const std::string path = text.empty() ? (dir / name).string() : write(name, text);
