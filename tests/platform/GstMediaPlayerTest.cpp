@@ -1,14 +1,15 @@
 // The GStreamer player with real decoding of the sandbox's generated creatives, on the event
 // run loop and the system clock; waits are bounded in real time. Playing to the end and a
 // corrupt file are covered through the SDK's player view in tests/reward/RealPlaybackTest.
-// What a released player leaves behind is LeakSanitizer's to find: these tests run in the
-// sanitizer build with full stacks through GStreamer (tests/CMakeLists.txt).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <optional>
 
+#include "HeapInUse.h"
 #include "pelora/desktop/EventRunLoop.h"
 #include "pelora/desktop/GstMediaPlayer.h"
 #include "pelora/ui/PlayerLayer.h"
@@ -25,8 +26,9 @@ class GstMediaPlayerTest : public ::testing::Test {
     void SetUp() override {
         if (!desktop::GstMediaPlayerService::available()) GTEST_SKIP() << "no GStreamer";
         fs::create_directories(caches / "Pelora");
-        fs::copy_file(fs::path(PELORA_SOURCE_DIR) / "tools/sandbox/creatives/reward-3s.mp4",
-                      caches / "Pelora/reward-3s.mp4");
+        for (const char* name : {"reward-3s.mp4", "reward-3s.webm"})
+            fs::copy_file(fs::path(PELORA_SOURCE_DIR) / "tools/sandbox/creatives" / name,
+                          caches / "Pelora" / name);
         media = std::make_shared<desktop::GstMediaPlayerService>(loop, caches.string());
     }
     void TearDown() override {
@@ -106,6 +108,26 @@ TEST_F(GstMediaPlayerTest, NothingOutsideTheCachesIsOpened) {
         EXPECT_EQ(p.item->error()->code, platform::URLError::kUnsupportedURL);
         EXPECT_EQ(p.item->error()->domain, platform::kURLErrorDomain);
     }
+}
+
+// A host plays videos all day: each playback's pipeline, bus messages and frames are gone once
+// its player is released. The first plays load GStreamer's plugins and types for good, so the
+// heap is compared between the third play and the last.
+TEST_F(GstMediaPlayerTest, PlayingAgainAndAgainLeavesTheHeapWhereItWas) {
+    constexpr int kPlays = 12;
+    size_t afterWarmUp = 0;
+    for (int i = 0; i < kPlays; ++i) {
+        auto p = std::make_optional(play(fileUrl(i % 2 ? "reward-3s.webm" : "reward-3s.mp4")));
+        ASSERT_TRUE(runUntil([&] { return p->now() > 0.2; }, 10)) << i;
+        p.reset();
+        runUntil([] { return false; }, 0.05);  // what the pipeline had posted is dropped
+        if (i == 2) afterWarmUp = pelora::testing::heapInUse();
+    }
+    const size_t atEnd = pelora::testing::heapInUse();
+    const double perPlay = (double(atEnd) - double(afterWarmUp)) / (kPlays - 3);
+    std::printf("heap: %zu bytes after the third play, %zu after the last (%+.0f per play)\n",
+                afterWarmUp, atEnd, perPlay);
+    EXPECT_LE(perPlay, 1024.0);
 }
 
 }  // namespace

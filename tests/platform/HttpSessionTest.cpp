@@ -204,7 +204,7 @@ TEST_F(HttpSessionTest, ADownloadsFileLastsUntilItsCompletionReturnsAndAFailedOn
 // Local TLS servers whose certificates the test authority signed for 127.0.0.1 only, trusted
 // through the factory as the desktop platform does it. An unknown authority is covered through
 // the SDK in tests/core (TransportOverTls).
-TEST_F(HttpSessionTest, OnlyAnUnexpiredCertificateForTheHostCompletesAnHttpsExchange) {
+TEST_F(HttpSessionTest, OnlyATrustedUnexpiredCertificateForTheHostCompletesAnHttpsExchange) {
     LoopbackServer good({2, TestTls::certificateFile(), TestTls::keyFile()});
     LoopbackServer expired({2, TestTls::expiredCertificateFile(), TestTls::keyFile()});
     good.on("/secure", LoopbackResponse::text("over tls"));

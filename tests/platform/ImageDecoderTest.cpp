@@ -31,7 +31,7 @@ std::string encode(bool png, int w, int h) {
     return out;
 }
 
-TEST(ImageDecoderTest, RefusesImagesAboveThePixelLimitFromTheHeaderAlone) {
+TEST(ImageDecoderTest, RefusesGarbageAndImagesAboveThePixelLimitFromTheHeaderAlone) {
     StbImageDecoder decoder, small(100);
     EXPECT_TRUE(small.decode(encode(true, 10, 10)));
     EXPECT_FALSE(small.decode(encode(true, 11, 10)));
