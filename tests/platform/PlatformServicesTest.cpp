@@ -81,11 +81,12 @@ TEST(XdgUrlOpener, ExitStatusIsTheResultAndRefusedUrlsStartNothing) {
     std::vector<bool> results;
     auto done = [&](bool ok) { results.push_back(ok); };
     {
-        // "true" and "false" stand in for the handler: they ignore the URL argument.
+        // "true" and "false" stand in for the handler: they ignore the URL argument. Handed to
+        // a shell, the second URL would end in "false" and fail.
         pelora::desktop::XdgUrlOpener succeeds("true", loop), fails("false", loop),
             missing("pelora-no-such-handler", loop);
-        succeeds.openURL("https://a.example/p?q=1;rm -rf", UrlOpenPurpose::DeepLink, done);
-        succeeds.openURL("https://a.example/p?q=$(id)", UrlOpenPurpose::LandingPage, done);
+        succeeds.openURL("https://a.example/p?q=1 x", UrlOpenPurpose::DeepLink, done);
+        succeeds.openURL("https://a.example/p?q=$(false);false", UrlOpenPurpose::LandingPage, done);
         fails.openURL("myapp://x", UrlOpenPurpose::DeepLink, done);
         missing.openURL("myapp://x", UrlOpenPurpose::DeepLink, done);
         ASSERT_TRUE(
