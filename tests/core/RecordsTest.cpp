@@ -8,8 +8,6 @@
 
 #include <array>
 #include <limits>
-#include <set>
-#include <sstream>
 
 #include "core/PeloraApiAdSchema.h"
 #include "core/PeloraNetwork.h"
@@ -66,23 +64,6 @@ TEST(PercentEscaping, OnlyUnreservedCharactersAndPathMarksStayAndBatchesNeverSpl
     };
     for (const auto& [text, escaped] : cases) {
         EXPECT_EQ(pl_AFPercentEscapedStringFromString(text), escaped) << text;
-    }
-}
-
-TEST(QueryEncoding, PairsAreEscapedAndJoinedInAnyOrder) {
-    auto pairs = [](const nlohmann::json& dict) {
-        std::set<std::string> out;
-        std::stringstream in(PeloraNetwork::urlEncodeQuryWithDictionary(dict));
-        for (std::string piece; std::getline(in, piece, '&');) out.insert(piece);
-        return out;
-    };
-    const auto dict = nlohmann::json::parse(
-        R"({"name":"a b&c=d","neg":-42,"flag":true,"k&=":"v","ratio":0.5,"missing":null})");
-    EXPECT_EQ(pairs(dict), (std::set<std::string>{"name=a%20b%26c%3Dd", "neg=-42", "flag=1",
-                                                  "k%26%3D=v", "ratio=0.5", "missing"}));
-    for (const auto& nothing :
-         {nlohmann::json(), nlohmann::json::object(), nlohmann::json::array({1, 2})}) {
-        EXPECT_EQ(PeloraNetwork::urlEncodeQuryWithDictionary(nothing), "") << nothing;
     }
 }
 
