@@ -203,7 +203,7 @@ TEST_F(HttpSessionTest, ADownloadsFileLastsUntilItsCompletionReturnsAndAFailedOn
 
 // Local TLS servers whose certificates the test authority signed for 127.0.0.1 only, trusted
 // through the factory as the desktop platform does it. An unknown authority is covered through
-// the SDK in tests/core (TransportOverTls).
+// the SDK's transport in tests/tools (Cli.FetchOverHttpsTrustsTheNamedAuthorityOnly).
 TEST_F(HttpSessionTest, OnlyATrustedUnexpiredCertificateForTheHostCompletesAnHttpsExchange) {
     LoopbackServer good({2, TestTls::certificateFile(), TestTls::keyFile()});
     LoopbackServer expired({2, TestTls::expiredCertificateFile(), TestTls::keyFile()});

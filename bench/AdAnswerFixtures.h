@@ -1,6 +1,6 @@
 #pragma once
 
-// Realistic ad-fetch answers for tests and benchmarks: each ad carries icons, images, one
+// Realistic ad-fetch answers for the benchmarks: each ad carries icons, images, one
 // video with an end page of a few hundred bytes, and one tracking instruction for each of
 // the 13 event types, each with 2-3 long URL templates full of macros. Deterministic for a
 // given count and seed, so figures of different runs compare.
