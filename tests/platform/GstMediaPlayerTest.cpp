@@ -112,7 +112,10 @@ TEST_F(GstMediaPlayerTest, NothingOutsideTheCachesIsOpened) {
 
 // A host plays videos all day: each playback's pipeline, bus messages and frames are gone once
 // its player is released. The first plays load GStreamer's plugins and types for good, so the
-// heap is compared between the third play and the last.
+// heap is compared between the third play and the last. The bound is far below what a lost
+// play costs (its bus messages alone are tens of kilobytes; unreleased, 2 MB a play) and above
+// the few kilobytes a play may leave in GLib's per-thread caches when a busy machine makes
+// GStreamer start extra streaming threads.
 TEST_F(GstMediaPlayerTest, PlayingAgainAndAgainLeavesTheHeapWhereItWas) {
     constexpr int kPlays = 12;
     size_t afterWarmUp = 0;
@@ -127,7 +130,7 @@ TEST_F(GstMediaPlayerTest, PlayingAgainAndAgainLeavesTheHeapWhereItWas) {
     const double perPlay = (double(atEnd) - double(afterWarmUp)) / (kPlays - 3);
     std::printf("heap: %zu bytes after the third play, %zu after the last (%+.0f per play)\n",
                 afterWarmUp, atEnd, perPlay);
-    EXPECT_LE(perPlay, 1024.0);
+    EXPECT_LE(perPlay, 32.0 * 1024);
 }
 
 }  // namespace
